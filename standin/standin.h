@@ -1,0 +1,94 @@
+// A stand-in for the host framework: the services of host/vyn.h, for programs that load the module
+// without the real host around it. A program links it whole and exports it, so that the module that
+// it loads finds its services there. What is declared here is the program's side.
+#pragma once
+
+#include "host/capabilities.h"
+#include "host/vyn.h"
+
+// --- Modules --------------------------------------------------------------------------------
+
+// A loaded format module and its entry points.
+struct StandinModule {
+    void *library;
+    decltype(&imageInit) init;
+    decltype(&imageCapability) capability;
+    decltype(&imageIsFile) is_file;
+    decltype(&imageReadOpen) read_open;
+    decltype(&imageWriteOpen) write_open;
+};
+
+// Loads the shared object at `path`, finds its entry points and calls imageInit. Returns null, or
+// what went wrong, valid until the next call.
+const char *standin_load(const char *path, StandinModule *module);
+
+// The address of a data symbol of the module, or null.
+void *standin_symbol(const StandinModule *module, const char *name);
+
+void standin_unload(StandinModule *module);
+
+// --- Handles --------------------------------------------------------------------------------
+
+// A handle for reading `file_name`, which is copied and opened exactly as it is; set name_is_exact
+// to 0 to have it searched for. The close procedure destroys the handle once it is open, also
+// without row buffers (-1); after an open that failed (0), vyn__free_obj does.
+ImageHandle *standin_new_reader(const char *file_name);
+
+// The same for writing, with a description: `width` by `height` pixels, `channels` 3 or 0 of
+// colour, `mattes` and `depths` 0 or 1.
+ImageHandle *standin_new_writer(const char *file_name, int32_t width, int32_t height,
+                                int32_t channels, int32_t mattes, int32_t depths);
+
+// Adds a capability request, after those already made.
+void standin_request(ImageHandle *handle, uint16_t code, int32_t value);
+
+// --- Messages -------------------------------------------------------------------------------
+
+struct StandinMessage {
+    int set;      // of the catalogue; 0 for a system error
+    int number;   // of the message, or the system error's
+    int severity; // 2 warning, 3 error
+    const char *text;
+};
+
+// "warning" or "error".
+const char *standin_severity(int severity);
+
+typedef void (*StandinSink)(const StandinMessage &message, void *context);
+
+// Sends messages to `sink`, or, when it is null, to standard error, one line each.
+void standin_set_sink(StandinSink sink, void *context);
+
+// --- Faults ---------------------------------------------------------------------------------
+
+// The services. Those with a result that says so can fail; the others are only counted.
+enum StandinService {
+    STANDIN_MALLOC,
+    STANDIN_SAVE,
+    STANDIN_DEFINE,
+    STANDIN_EXTENSION,
+    STANDIN_CHAN_ALLOC,
+    STANDIN_BUILD_HANDLE,
+    STANDIN_FMT_INFO,
+    STANDIN_REPORT_CAT,
+    STANDIN_REPORT_ERRNO,
+    STANDIN_COMPARE,
+    STANDIN_LENGTH,
+    STANDIN_INIT_IFD,
+    STANDIN_CHAN_FREE,
+    STANDIN_FREE_OBJ,
+    STANDIN_FMT_INIT,
+    STANDIN_GAMMA,
+    STANDIN_COLOUR, // all four chromaticities
+    STANDIN_SERVICES
+};
+
+// Forgets all counts and faults.
+void standin_reset_faults();
+
+// Makes the n-th call of a service from now on (1 is the next) fail, and with `onwards` all after
+// it.
+void standin_fail(StandinService service, long nth, bool onwards);
+
+// Calls of the service since the last reset.
+long standin_calls(StandinService service);
