@@ -1,0 +1,77 @@
+// The headers at the start of every PIX file: constants, records, and their bytes on disk, which
+// are big-endian.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+constexpr uint16_t PIX_MAX_SIZE = 16383; // largest width or height that a reader accepts
+constexpr uint16_t PIX_COLOUR_BITS = 24;
+constexpr uint16_t PIX_MATTE_BITS = 8;
+constexpr uint16_t PIX_SGI_MAGIC = 474; // an SGI image begins with it; so does a PIX file that wide
+constexpr uint32_t PIX_MAGIC_DEPTH_FLOAT = 55655;
+constexpr uint32_t PIX_MAGIC_DEPTH_INT = 56655;
+
+// How depth samples are stored.
+enum PixDepthKind : int32_t { PIX_DEPTH_FLOAT = 1, PIX_DEPTH_INT = 2 };
+
+// Of a colour or matte file.
+struct PixHeader {
+    uint16_t width;  // pixels per row
+    uint16_t height; // rows in this file
+    uint16_t x_offset;
+    uint16_t y_offset;
+    uint16_t bits; // per pixel: PIX_COLOUR_BITS or PIX_MATTE_BITS
+};
+
+// Of a depth file.
+struct PixDepthHeader {
+    uint32_t magic;
+    uint16_t width;
+    uint16_t height;
+};
+
+static_assert(sizeof(PixHeader) == 10);
+static_assert(offsetof(PixHeader, width) == 0);
+static_assert(offsetof(PixHeader, height) == 2);
+static_assert(offsetof(PixHeader, x_offset) == 4);
+static_assert(offsetof(PixHeader, y_offset) == 6);
+static_assert(offsetof(PixHeader, bits) == 8);
+static_assert(sizeof(PixDepthHeader) == 8);
+static_assert(offsetof(PixDepthHeader, magic) == 0);
+static_assert(offsetof(PixDepthHeader, width) == 4);
+static_assert(offsetof(PixDepthHeader, height) == 6);
+
+// The 16-bit value of two bytes in a file.
+[[nodiscard]] inline uint16_t pix_word(const uint8_t *bytes)
+{
+    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
+}
+
+// The 32-bit value of four bytes in a file.
+[[nodiscard]] inline uint32_t pix_long(const uint8_t *bytes)
+{
+    return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+}
+
+[[nodiscard]] PixHeader pix_parse_header(const uint8_t bytes[sizeof(PixHeader)]);
+
+// Read a header where the stream stands, which leaves it at the first row. Nonzero on a short read.
+[[nodiscard]] int pix_read_header(FILE *fp, PixHeader *header);
+[[nodiscard]] int pix_read_header(FILE *fp, PixDepthHeader *header);
+
+// Reads the `bits` word of a colour or matte file and returns the stream to the start of the file.
+// Nonzero, with errno as the failed call left it, when the stream cannot be positioned or read.
+[[nodiscard]] int pix_read_bits(FILE *fp, uint16_t *bits);
+
+// Write a header, in one write. Nonzero on a short write.
+[[nodiscard]] int pix_write_header(FILE *fp, const PixHeader &header);
+[[nodiscard]] int pix_write_header(FILE *fp, const PixDepthHeader &header);
+
+// Join the headers of the two fields of one kind: the even field's, with the rows of both, counted
+// in 16 bits. Nonzero when the fields do not belong together: widths, bits or magic differ, or the
+// even field holds neither as many rows as the odd one nor one more.
+[[nodiscard]] int pix_join_headers(const PixHeader &even, const PixHeader &odd, PixHeader *whole);
+[[nodiscard]] int pix_join_headers(const PixDepthHeader &even, const PixDepthHeader &odd,
+                                   PixDepthHeader *whole);
