@@ -1,0 +1,146 @@
+// imageWriteOpen: checks that the format can store the image described, creates the file set and
+// writes its headers.
+#include "fileset/open.h"
+#include "fileset/close.h"
+#include "format/depth.h"
+#include "format/rows.h"
+#include "host/capabilities.h"
+#include "host/messages.h"
+#include "module/capabilities.h"
+#include "write/write.h"
+
+// --- The description ------------------------------------------------------------------------
+
+static void pix_check_channels(const char *format, const ImageInfo *info)
+{
+    if (STR_compare(info->channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB) != 0) {
+        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_CHANNEL_FORMAT, format, info->channel_format);
+    }
+    if (info->channel_type != 1) {
+        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_CHANNEL_TYPE, format);
+    } else if (info->channel_width != 8) {
+        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_CHANNEL_WIDTH, format);
+    }
+}
+
+static void pix_check_matte(const char *format, const ImageInfo *info)
+{
+    if (info->matte_count > 1) {
+        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_MULTIPLE_MATTES, format);
+    } else if (info->matte_count != 0 && info->matte_type != 1) {
+        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_MATTE_TYPE, format);
+    } else if (info->matte_count != 0 && info->matte_width != 8) {
+        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_MATTE_WIDTH, format);
+    }
+}
+
+static void pix_check_depth(const char *format, const ImageInfo *info)
+{
+    if (info->aux_count > 1) {
+        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_MULTIPLE_AUX, format);
+    } else if (info->aux_count != 0 && info->aux_width != 31) {
+        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_AUX_WIDTH, format);
+    }
+}
+
+// Reports everything that the format cannot store. Nonzero when there is anything.
+static int pix_check_description(const ImageHandle *handle)
+{
+    vyn__err = PIX_OK;
+    if (handle->image_count != 1) {
+        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_MULTIPLE_IMAGES, handle->format_name);
+    }
+    pix_check_channels(handle->format_name, handle->info);
+    pix_check_matte(handle->format_name, handle->info);
+    pix_check_depth(handle->format_name, handle->info);
+    return vyn__err;
+}
+
+// --- The files ------------------------------------------------------------------------------
+
+// Decides what the image is written as. The main file of an image without colour is its matte, or
+// else its depth.
+static void pix_assign_kinds(PixState *state, const ImageInfo *info)
+{
+    if (info->channel_count == 0 && info->matte_count == 1) {
+        state->has_matte = 1;
+        state->matte_fp = state->colour_fp;
+        state->colour_fp = nullptr;
+    } else if (info->channel_count == 0 && info->aux_count == 1) {
+        state->has_depth = 1;
+        state->depth_fp = state->colour_fp;
+        state->colour_fp = nullptr;
+    } else if (info->channel_count == PIX_COLOUR_CHANNELS) {
+        state->has_colour = 1;
+    }
+}
+
+// --- Headers --------------------------------------------------------------------------------
+
+// The size of a window in one direction. Windows of more than 32 bits exist, images do not.
+static int64_t pix_extent(int32_t first, int32_t last)
+{
+    return int64_t{last} - first + 1;
+}
+
+static int32_t pix_clamp(int64_t extent)
+{
+    if (extent < 0) {
+        return 0;
+    }
+    return extent > INT32_MAX ? INT32_MAX : static_cast<int32_t>(extent);
+}
+
+static int pix_write_headers(const PixState *state, int64_t width, int64_t height)
+{
+    PixHeader header = {static_cast<uint16_t>(width), static_cast<uint16_t>(height), 0,
+                        static_cast<uint16_t>(height - 1), PIX_COLOUR_BITS};
+    if (state->has_colour && pix_write_header(state->colour_fp, header) != 0) {
+        return 1;
+    }
+    header.bits = PIX_MATTE_BITS;
+    if (state->has_matte && pix_write_header(state->matte_fp, header) != 0) {
+        return 1;
+    }
+    const PixDepthHeader depth = {PIX_MAGIC_DEPTH_INT, header.width, header.height};
+    return state->has_depth && pix_write_header(state->depth_fp, depth) != 0;
+}
+
+// Sets the state up for the first row and writes the headers, the low 16 bits of each size.
+static int pix_start_files(const ImageHandle *handle, PixState *state)
+{
+    const ImageWindow &window = handle->info->data_window;
+    const int64_t width = pix_extent(window.x_min, window.x_max);
+    const int64_t height = pix_extent(window.y_min, window.y_max);
+    state->width = pix_clamp(width);
+    state->height = pix_clamp(height);
+    state->mode = 'w';
+    state->depth_kind = PIX_DEPTH_INT;
+    state->depth_sample_size = PIX_DEPTH_SAMPLE_SIZE;
+    pix_assign_kinds(state, handle->info);
+    if (pix_write_headers(state, width, height) != 0) {
+        PIX_FAIL(PIX_WRITE_FAILED, PIX_MSG_CANNOT_WRITE_FILE, handle->file_name, strerror(errno));
+        return 1;
+    }
+    return 0;
+}
+
+int32_t imageWriteOpen(ImageHandle *handle)
+{
+    if (pix_check_description(handle) != 0) {
+        return 0;
+    }
+    PixState *state = pix_attach_state(handle);
+    if (!state) {
+        return 0;
+    }
+    handle->scanline_proc = pix_write_scanline;
+    handle->close_proc = pix_close;
+    state->channel_choice = pix_choose_channels(handle, PIX_CAP_OUTPUT_CHANNELS);
+    if (pix_open_image(handle, state, "w", "/dev/stdout", stdout) != 0 ||
+        pix_start_files(handle, state) != 0) {
+        pix_fail_open(state, PIX_RELEASE_REMOVING);
+        return 0;
+    }
+    return 1;
+}
