@@ -1,0 +1,131 @@
+// What the module shows of itself, and how it takes requests.
+#include "tests/support.h"
+
+#include <dlfcn.h>
+#include <string.h>
+
+using FaceTest = ModuleTest;
+
+TEST_F(FaceTest, Descriptor)
+{
+    // clang-format off
+    const std::pair<const char *, int32_t> words[] = {
+        {"imageAccess", 0x4C}, {"imageNumberOfChannels", 3}, {"imageBitsPerChannel", 0x80},
+        {"imageNumberOfMattes", 1}, {"imageBitsPerMatte", 0x80}, {"imageNumberOfZChannels", 1},
+        {"imageBitsPerZChannel", 0x40000000}, {"imageOrientation", 2}, {"imageUsage", 1},
+        {"imageMultiFrame", 0}, {"imageSupportsActiveWindow", 0}, {"imageAddExtension", 0}};
+    const std::pair<const char *, const char *> strings[] = {
+        {"imageFormatString", "%s.%d%s"}, {"imageKey", "vrl"}, {"type", "image"},
+        {"version", "3.2"}, {"program", "Kelvane"}, {"imageName", "Vorla"},
+        {"imageExtension", ".pix"}, {"imageNameSyntax", "Name.#"}};
+    // clang-format on
+    for (const auto &[name, value] : words) {
+        EXPECT_EQ(*static_cast<int32_t *>(standin_symbol(&module, name)), value) << name;
+    }
+    for (const auto &[name, value] : strings) {
+        EXPECT_STREQ(*static_cast<char **>(standin_symbol(&module, name)), value) << name;
+    }
+}
+
+TEST_F(FaceTest, NamesReachTheModulesOwnVariables)
+{
+    standin_unload(&module);
+    void *decoy = dlopen(DECOY_PATH, RTLD_NOW | RTLD_GLOBAL);
+    ASSERT_NE(decoy, nullptr) << dlerror();
+    ASSERT_EQ(standin_load(MODULE_PATH, &module), nullptr);
+    EXPECT_STREQ(*static_cast<char **>(dlsym(decoy, "imageName")), "decoy");
+    EXPECT_STREQ(*static_cast<char **>(standin_symbol(&module, "imageName")), "Vorla");
+    make("r/a.pix", colour_header(1, 1) + hex("01000000"));
+    EXPECT_EQ(read("a.pix").info.orientation, 2);
+    dlclose(decoy);
+}
+
+TEST_F(FaceTest, InitStopsAtTheFirstNameThatCannotBeMade)
+{
+    const char *const names[] = {"imageName", "imageExtension", "imageNameSyntax"};
+    for (int made = 0; made < 3; ++made) {
+        standin_unload(&module);
+        standin_fail(made < 2 ? STANDIN_DEFINE : STANDIN_SAVE, made < 2 ? made + 1 : 1, false);
+        // The stand-in would unload a module that failed.
+        void *library = dlopen(MODULE_PATH, RTLD_NOW);
+        const auto init = reinterpret_cast<int32_t (*)()>(dlsym(library, "imageInit"));
+        EXPECT_EQ(init(), 0);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(*static_cast<char **>(dlsym(library, names[i])) != nullptr, i < made);
+        }
+        dlclose(library);
+        standin_reset_faults();
+        ASSERT_EQ(standin_load(MODULE_PATH, &module), nullptr);
+    }
+}
+
+// The table in words: code and flags, catalogue number and label, then the choices' values, numbers
+// and labels.
+static std::string in_words(const CapabilityEntry *entry)
+{
+    const auto label = [](int32_t set, int32_t number, const char *text) {
+        return std::to_string(set) + "/" + std::to_string(number) + " " + (text ? text : "null");
+    };
+    std::string words = std::to_string(entry->code) + " " + std::to_string(entry->flags) + " " +
+                        label(entry->label_set, entry->label_number, entry->label);
+    for (int i = 0; entry->choices && i < 4; ++i) {
+        const CapabilityChoice &row = entry->choices->rows[i];
+        words += (i == 0 ? ": " : ", ") + std::to_string(row.value) + " " +
+                 label(row.label_set, row.label_number, row.label);
+    }
+    return words;
+}
+
+TEST_F(FaceTest, CapabilityTable)
+{
+    const CapabilityEntry *table = nullptr;
+    int32_t counts[3] = {-1, -1, -1};
+    module.capability(&table, &counts[0], &counts[1], &counts[2]);
+    EXPECT_EQ(counts[0], 1);
+    EXPECT_EQ(counts[1], 1);
+    EXPECT_EQ(counts[2], 2);
+    EXPECT_EQ(in_words(table), "0 1 901/367 Input Channels: 0 901/368 RGB only, 1 901/369 RGB and "
+                               "matte, 2 901/370 RGB, matte and Z-depth, 1 0/0 null");
+    EXPECT_EQ(in_words(table + 1), "1 2 901/371 Output Channels: 0 901/372 RGB only, 1 901/373 RGB "
+                                   "and matte, 2 901/374 RGB, matte and Z-depth, 1 0/0 null");
+    EXPECT_EQ(in_words(table + 2), "65535 0 0/0 null");
+    EXPECT_EQ(table->choices->kind, 1);
+}
+
+TEST_F(FaceTest, RequestsChooseTheChannels)
+{
+    make("r/a.pix", colour_header(1, 1) + hex("01000000"));
+    make("mask/a.pix", colour_header(1, 1, 8) + hex("0101"));
+    make("depth/a.pix", depth_header(1, 1) + hex("00000001"));
+    // clang-format off
+    struct Case { std::vector<std::pair<uint16_t, int32_t>> requests;
+                  int32_t choice, mattes, depths; bool warned; };
+    const Case cases[] = {
+        {{}, 2, 1, 1, false},
+        {{{0, 0}}, 0, 0, 0, false},
+        {{{0, 1}}, 1, 1, 0, false},
+        {{{0, 2}}, 2, 1, 1, false},
+        {{{0, 0}, {0, 1}}, 1, 1, 0, false}, // the last one counts
+        {{{0, 7}}, 7, 0, 0, false},         // no value is refused
+        {{{0, 0}, {0, -1}}, 2, 1, 1, false},
+        {{{1, 0}}, 2, 1, 1, true},                 // belongs to writing
+        {{{65535, 0}}, 2, 1, 1, true},             // ends the table
+        {{{0, 1}, {5, 0}, {0, 0}}, 1, 1, 0, true}, // those behind it are ignored
+    };
+    // clang-format on
+    for (const Case &c : cases) {
+        vyn__err = 0;
+        const Picture picture = read("a.pix", [&](ImageHandle *handle) {
+            for (const auto &[code, value] : c.requests) {
+                standin_request(handle, code, value);
+            }
+        });
+        EXPECT_EQ(picture.result, 1);
+        EXPECT_EQ(picture.state.channel_choice, c.choice);
+        EXPECT_EQ(picture.info.matte_count, c.mattes);
+        EXPECT_EQ(picture.info.aux_count, c.depths);
+        EXPECT_EQ(picture.code, c.warned ? -16 : 0);
+        EXPECT_EQ(messages(), c.warned ? std::vector<int>{92} : std::vector<int>{});
+    }
+    EXPECT_NE(texts[1].find("(65535)"), std::string::npos);
+}

@@ -1,0 +1,231 @@
+// Opening images for reading, and their scanlines in any order.
+#include "tests/support.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <iterator>
+#include <random>
+#include <tuple>
+#include <utility>
+
+namespace {
+
+// An image of 3 by 5 pixels with both companions, whole or as fields. The packets of its rows
+// differ in number and hold empty ones.
+const char *const COLOUR_ROWS[] = {"03010203", "010A0B0C 020D0E0F", "00FFFFFF 01101112 02131415",
+                                   "01202122 01232425 01262728", "02303132 00000000 01333435"};
+const char *const MATTE_ROWS[] = {"03AA", "01AB 02AC", "0000 03AD", "01B0 01B1 01B2", "02B3 01B4"};
+const char *const DEPTH_ROWS[] = {"00000001 00000002 00000003", "00000004 00000005 00000006",
+                                  "00000007 00000008 00000009", "0000000A 0000000B 0000000C",
+                                  "0000000D 0000000E 05F5E100"};
+
+const char *const IMAGES[] = {"whole.pix", "pair.pix", "long.pix", "short.pix"};
+
+Bytes rows_from(const char *const (&rows)[5], size_t first, size_t step)
+{
+    Bytes bytes;
+    for (size_t row = first; row < 5; row += step) {
+        bytes = bytes + hex(rows[row]);
+    }
+    return bytes;
+}
+
+class ReadTest : public ModuleTest {
+  protected:
+    void make_image(const std::string &name, size_t first = 0, size_t step = 1)
+    {
+        const int height = static_cast<int>((5 - first + step - 1) / step);
+        make("r/" + name, colour_header(3, height) + rows_from(COLOUR_ROWS, first, step));
+        make("mask/" + name, colour_header(3, height, 8) + rows_from(MATTE_ROWS, first, step));
+        make("depth/" + name, depth_header(3, height) + rows_from(DEPTH_ROWS, first, step));
+    }
+
+    void make_fields(const std::string &even, const std::string &odd)
+    {
+        make_image(even, 0, 2);
+        make_image(odd, 1, 2);
+    }
+
+    // The images of IMAGES: two sound, one with a row that passes its width, one that ends early.
+    void make_damaged_images()
+    {
+        make_image("whole.pix");
+        make_fields("pair.pix.e", "pair.pix.o");
+        make_image("long.pix");
+        Bytes bytes = contents("r/long.pix");
+        bytes[18] = 9; // in file row 1
+        make("r/long.pix", bytes);
+        make_image("short.pix");
+        bytes = contents("mask/short.pix");
+        bytes.resize(18); // within file row 3
+        make("mask/short.pix", bytes);
+    }
+
+    // The samples of a scanline and the code of the call; its messages.
+    using Answer = std::pair<std::vector<int32_t>, std::vector<int>>;
+
+    Answer ask(ImageHandle *handle, int32_t y)
+    {
+        void **rows = nullptr;
+        const int32_t code = handle->scanline_proc(handle->priv->state, y, &rows);
+        auto row = code == 0 ? samples(rows, *handle->info, 3) : std::vector<int32_t>();
+        row.push_back(code);
+        return {row, messages()};
+    }
+
+    // Opens an image, hands the open handle to `use` and closes it.
+    void with_image(const std::string &name, const std::function<void(ImageHandle *)> &use)
+    {
+        ImageHandle *handle = standin_new_reader(path("r/" + name).c_str());
+        ASSERT_EQ(module.read_open(handle), 1);
+        use(handle);
+        handle->close_proc(handle);
+    }
+};
+
+} // namespace
+
+// --- What an open tells the host ------------------------------------------------------------
+
+TEST_F(ReadTest, Description)
+{
+    make_image("a.pix");
+    make("r/ntsc.pix", colour_header(720, 486));
+    with_image("a.pix", [](ImageHandle *handle) {
+        const ImageInfo &info = *handle->info;
+        const ImageWindow window = {0, 2, 0, 4};
+        EXPECT_EQ(memcmp(&info.data_window, &window, sizeof window), 0);
+        EXPECT_EQ(memcmp(&info.display_window, &window, sizeof window), 0);
+        EXPECT_EQ(info.aspect, 0.6F);
+        EXPECT_STREQ(info.format_label, "unknown");
+        EXPECT_EQ(info.gamma, FMT_def_input_gamma());
+        EXPECT_STREQ(info.channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB);
+        EXPECT_EQ(info.channel_count + info.matte_count + info.aux_count, 5);
+        EXPECT_EQ(info.aux_width, 31);
+        EXPECT_EQ(handle->image_count, 1);
+        EXPECT_EQ(handle->white_point[1], CLR_def_white_point()[1]);
+        EXPECT_STREQ(handle->description[6], "unknown");
+        EXPECT_STREQ(handle->compression, "run length encoded");
+        EXPECT_EQ(handle->scanline_proc(nullptr, 0, nullptr), -2);
+    });
+    with_image("ntsc.pix", [](ImageHandle *handle) {
+        EXPECT_STREQ(handle->info->format_label, "NTSC 525-line video");
+        EXPECT_EQ(handle->info->aspect, 4.0F / 3);
+    });
+}
+
+TEST_F(ReadTest, RowsInFileOrder)
+{
+    make_image("a.pix");
+    make_fields("f.pix.e", "f.pix.o");
+    make_fields("shot.1e", "shot.1o");
+    const Picture single = read("a.pix");
+    ASSERT_EQ(single.rows.size(), 5U);
+    EXPECT_EQ(single.rows[1], (std::vector<int32_t>{0x0C, 0x0F, 0x0F, 0x0B, 0x0E, 0x0E, 0x0A, 0x0D,
+                                                    0x0D, 0xAB, 0xAC, 0xAC, 4, 5, 6}));
+    EXPECT_EQ(single.rows[4].back(), 100000000);
+    for (const char *name : {"f.pix", "f.pix.e", "f.pix.o", "shot.1", "shot.1e", "shot.1o"}) {
+        const Picture pair = read(name);
+        EXPECT_EQ(pair.rows, single.rows) << name;
+        EXPECT_EQ(pair.state.fields, 1);
+        EXPECT_EQ(pair.state.colour_fp, nullptr);
+        EXPECT_EQ(pair.state.field[0].height, 3);
+        EXPECT_EQ(pair.state.field[1].height, 2);
+    }
+    EXPECT_EQ(messages(), std::vector<int>{});
+}
+
+// --- Order of rows --------------------------------------------------------------------------
+
+// Long sequences of requests, on two opens of the same file: one remembers where rows begin, the
+// other is made to forget and so goes back to the header every time. Nobody may see the difference,
+// damage or not, nor at scanlines that are not there. Where no failure stands before the row, a
+// third, opened for this row alone, agrees.
+TEST_F(ReadTest, AnyOrderGivesTheSameRows)
+{
+    make_damaged_images();
+    std::minstd_rand random(1);
+    for (int sequence = 0; sequence < 400; ++sequence) {
+        const char *name = IMAGES[static_cast<size_t>(sequence) % std::size(IMAGES)];
+        SCOPED_TRACE(std::string(name) + ", sequence " + std::to_string(sequence));
+        with_image(name, [&](ImageHandle *handle) {
+            with_image(name, [&](ImageHandle *forgetful) {
+                const PixState &state = *handle->priv->state;
+                PixState *other = forgetful->priv->state;
+                free(std::exchange(other->row_starts, nullptr));
+                for (int request = 0; request < 12; ++request) {
+                    const auto y = static_cast<int32_t>(random() % 7) - 1;
+                    const bool apart = state.astray && state.row <= static_cast<uint32_t>(4 - y);
+                    const Answer answer = ask(handle, y);
+                    ASSERT_EQ(ask(forgetful, y), answer) << "scanline " << y;
+                    ASSERT_EQ(y < 0 || y > 4, answer == Answer({-2}, {53}));
+                    ASSERT_EQ(other->row, state.row);
+                    ASSERT_EQ(other->field[1].rows, state.field[1].rows);
+                    ASSERT_EQ(state.field[0].rows + state.field[1].rows,
+                              state.fields ? state.row : 0U);
+                    with_image(name, [&](ImageHandle *fresh) {
+                        EXPECT_TRUE(apart || ask(fresh, y) == answer) << "scanline " << y;
+                    });
+                }
+            });
+        });
+    }
+}
+
+// --- Names and places -----------------------------------------------------------------------
+
+TEST_F(ReadTest, SearchList)
+{
+    make("r/one/a.pix", colour_header(1, 1));
+    make("r/two/b.pix.e", colour_header(1, 1));
+    make("r/two/b.pix.o", colour_header(1, 1));
+    make("r/mask/a.pix", colour_header(1, 1, 8));
+    setenv("KV_IMG_DIR", (path("r/none") + ":" + path("r/one") + ":" + path("r/two")).c_str(), 1);
+    // The name, the result, colour_name under "r/", and the calls of vyn__build_handle: an
+    // attempt's own, then two more. No directory holds the base name b.pix itself.
+    const std::tuple<std::string, int32_t, const char *, long> cases[] = {
+        {"a.pix", 1, "one/a.pix", 4},
+        {"b.pix", 1, "none/b.pix", 6},
+        {"b.pix.o", 1, "none/b.pix", 4},
+        {"c.pix", 0, nullptr, 4},
+    };
+    for (const auto &[name, result, found, calls] : cases) {
+        ImageHandle *handle = standin_new_reader(name.c_str());
+        handle->name_is_exact = 0;
+        standin_reset_faults();
+        EXPECT_EQ(module.read_open(handle), result) << name;
+        EXPECT_EQ(standin_calls(STANDIN_BUILD_HANDLE), calls) << name;
+        const PixState &state = *handle->priv->state;
+        EXPECT_TRUE(!found || state.colour_name == path("r/") + found);
+        EXPECT_EQ(state.has_matte, name == "a.pix");
+        handle->close_proc(handle);
+    }
+    unsetenv("KV_IMG_DIR");
+    EXPECT_EQ(messages(), std::vector<int>{52});
+    EXPECT_EQ(texts.back(), "Cannot open file c.pix; No such file or directory");
+}
+
+TEST_F(ReadTest, NamesThatCannotBeOpened)
+{
+    setenv("KV_IMG_DIR", std::string(1000, 'd').c_str(), 1);
+    for (const size_t length : {0U, 100U, 1022U}) { // the last leaves no room for a field's letter
+        for (const bool exact : {true, false}) {
+            const std::string name(length, 'x');
+            ImageHandle *handle = standin_new_reader(name.c_str());
+            handle->name_is_exact = exact ? 1 : 0;
+            errno = 0;
+            EXPECT_EQ(module.read_open(handle), 0);
+            EXPECT_EQ(messages(), std::vector<int>{52});
+            const int reason = length == 0 ? 0 : length == 100 && exact ? ENOENT : ENAMETOOLONG;
+            EXPECT_EQ(texts.back(), "Cannot open file " + name + "; " + strerror(reason));
+            const CloseProc close_proc = handle->close_proc;
+            EXPECT_EQ(close_proc(handle), 0);
+            vyn__err = -1;
+            EXPECT_EQ(close_proc(nullptr), 0);
+            EXPECT_EQ(vyn__err, -1);
+        }
+    }
+    unsetenv("KV_IMG_DIR");
+}
