@@ -1,0 +1,32 @@
+// Which files make a picture, told from its name as the module tells it: one main file or two
+// fields, a matte and a depth in the directories "mask" and "depth" beside the main file's.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Names that a picture has if it is stored as two fields.
+struct FieldNames {
+    std::string base;
+    std::string even;
+    std::string odd;
+    bool is_field = false; // the name itself is that of a field
+};
+
+[[nodiscard]] FieldNames field_names(const std::string &name);
+
+// The companion of the file `path` in the directory `label`, "mask" or "depth".
+[[nodiscard]] std::string companion_path(const std::string &path, const char *label);
+
+// The paths of a picture: one of each kind, or two, the even field first. Standard input has no
+// companions; otherwise their paths are given whether they exist or not.
+struct FileSet {
+    bool fields = false;
+    std::vector<std::string> main;
+    std::vector<std::string> matte;
+    std::vector<std::string> depth;
+};
+
+// Finds the main file of the picture `name`, with `search` also in the directories of KV_IMG_DIR.
+// When there is none, the result is made from the name, as two fields if one of those is there.
+[[nodiscard]] FileSet find_files(const std::string &name, bool search);

@@ -1,0 +1,107 @@
+// `vorla verify`: decodes every row of every kind of file.
+#include "vorla/commands.h"
+#include "vorla/progress.h"
+#include "vorla/walk.h"
+
+#include <filesystem>
+#include <system_error>
+
+namespace {
+
+std::string kinds_of(const Source &source)
+{
+    std::string kinds = source.colour ? ", colour" : "";
+    kinds += source.matte ? ", matte" : "";
+    kinds += source.depth ? ", depth" : "";
+    return kinds.substr(2);
+}
+
+// The first defect of an open picture, or "".
+std::string find_defect(Source *source, bool shows_rows)
+{
+    if (!source->dropped.empty()) {
+        return source->dropped.front().reason;
+    }
+    if (shows_rows) {
+        start_progress(source->name, source->height, "rows");
+    }
+    std::string defect;
+    for (int32_t row = 0; defect.empty() && row < source->height; ++row) {
+        defect = try_read_row(source, row);
+        if (shows_rows) {
+            show_progress(row + 1);
+        }
+    }
+    if (shows_rows) {
+        end_progress();
+    }
+    return defect;
+}
+
+ExitCode verify(const Session &session, const std::string &file, bool shows_rows)
+{
+    Source source;
+    std::string defect;
+    ExitCode code = try_open_source(session, file, &source, &defect);
+    if (code == EXIT_IO) {
+        complain(source.name, defect);
+        return code;
+    }
+    if (code == EXIT_FINE) {
+        defect = find_defect(&source, shows_rows);
+        code = code_of_dropped(source);
+    }
+    if (code == EXIT_IO) {
+        complain(source.name, defect);
+    } else if (defect.empty()) {
+        print_line(source.name + ": ok (" + std::to_string(source.height) + " rows; " +
+                   kinds_of(source) + ")");
+    } else {
+        print_line(source.name + ": " + defect);
+        code = EXIT_DAMAGED;
+    }
+    return worst(code, close_source(&source));
+}
+
+// Replaces directories by the pictures in them.
+ExitCode gather(const Session &session, const Names &files, bool recursive, Names *pictures)
+{
+    ExitCode code = EXIT_FINE;
+    for (const std::string &file : files) {
+        std::error_code error;
+        if (!std::filesystem::is_directory(file, error)) {
+            pictures->push_back(file);
+        } else if (recursive) {
+            const size_t before = pictures->size();
+            code = worst(code, find_pictures(session, file, pictures));
+            if (pictures->size() == before) {
+                complain(file, "no PIX files here");
+            }
+        } else {
+            complain(file, "is a directory (-r verifies the pictures in it)");
+            code = EXIT_IO;
+        }
+    }
+    return code;
+}
+
+} // namespace
+
+ExitCode run_verify(const Session &session, const Names &files, bool recursive)
+{
+    Names pictures;
+    ExitCode code = gather(session, files, recursive, &pictures);
+    const bool many = pictures.size() > 1;
+    if (many) {
+        start_progress("", static_cast<int64_t>(pictures.size()), "files");
+    }
+    int64_t done = 0;
+    for (const std::string &picture : pictures) {
+        code = worst(code, verify(session, picture, !many));
+        if (many) {
+            show_progress(++done);
+        }
+    }
+    end_progress();
+    return code;
+}
