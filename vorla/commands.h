@@ -12,3 +12,15 @@ using Names = std::vector<std::string>;
 [[nodiscard]] ExitCode run_probe(const Session &session, const Names &files);
 [[nodiscard]] ExitCode run_verify(const Session &session, const Names &files, bool recursive);
 [[nodiscard]] ExitCode run_module(const Session &session);
+
+struct ExportOptions {
+    Names inputs;
+    std::string output;        // a file; a directory when there are several inputs; "-" one PNG
+    std::string to;            // "png", "exr" or "" (the output's extension tells)
+    std::string depth_picture; // "" for none
+    bool depth_float = false;  // EXR: Z as FLOAT instead of UINT
+    bool linear = false;       // EXR: through the sRGB curve
+    bool overwrite = false;
+};
+
+[[nodiscard]] ExitCode run_export(const Session &session, const ExportOptions &options);

@@ -23,7 +23,9 @@ struct Options {
     bool quiet = false;
     bool json = false;
     bool recursive = false;
-    Names files;
+    Names files; // of every command; of export the last is the output
+    std::string depth_samples;
+    ExportOptions exporting;
 };
 
 constexpr const char *COMMON_OPTIONS =
@@ -76,6 +78,33 @@ void add_looking_commands(CLI::App *app, Options *options)
     add_command(app, "module", "Say what the module says of itself", "vorla module");
 }
 
+void add_export(CLI::App *app, Options *options)
+{
+    ExportOptions *exporting = &options->exporting;
+    CLI::App *command = add_command(app, "export", "Make PNG or OpenEXR files of pictures",
+                                    "vorla export renders/shot.0001 shot.0001.png\n"
+                                    "  vorla export --to exr renders/*.pix pictures/");
+    command
+        ->add_option("IN OUT", options->files,
+                     "Pictures, then the file to make, of several the directory;\n"
+                     "- is standard input or, for one PNG, standard output")
+        ->required()
+        ->expected(2, -1)
+        ->type_name("");
+    command->add_option("--to", exporting->to, "png or exr, if the name of OUT does not tell")
+        ->check(CLI::IsMember({"png", "exr"}))
+        ->type_name("FORMAT");
+    command
+        ->add_option("--depth-picture", exporting->depth_picture,
+                     "Also make a 16-bit view of the depth")
+        ->type_name("FILE.png");
+    command->add_option("--depth", options->depth_samples, "EXR: Z as uint (default) or float")
+        ->check(CLI::IsMember({"uint", "float"}))
+        ->type_name("TYPE");
+    command->add_flag("--linear", exporting->linear, "EXR: apply the sRGB curve");
+    command->add_flag("-f,--force", exporting->overwrite, "Overwrite files");
+}
+
 void set_up(CLI::App *app, Options *options)
 {
     app->fallthrough();
@@ -87,20 +116,28 @@ void set_up(CLI::App *app, Options *options)
                 "Example:\n  vorla verify -r /jobs/2031");
     add_common_options(app, options);
     add_looking_commands(app, options);
+    add_export(app, options);
 }
 
-ExitCode dispatch(const std::string &command, const Session &session, const Options &options)
+ExitCode dispatch(const std::string &command, const Session &session, Options *options)
 {
     if (command == "info") {
-        return run_info(session, options.files, options.json);
+        return run_info(session, options->files, options->json);
     }
     if (command == "probe") {
-        return run_probe(session, options.files);
+        return run_probe(session, options->files);
     }
     if (command == "verify") {
-        return run_verify(session, options.files, options.recursive);
+        return run_verify(session, options->files, options->recursive);
     }
-    return run_module(session);
+    if (command == "module") {
+        return run_module(session);
+    }
+    options->exporting.depth_float = options->depth_samples == "float";
+    options->exporting.output = options->files.back();
+    options->files.pop_back();
+    options->exporting.inputs = options->files;
+    return run_export(session, options->exporting);
 }
 
 ExitCode run(const std::string &command, Options *options)
@@ -117,7 +154,7 @@ ExitCode run(const std::string &command, Options *options)
     }
     ExitCode code = load_module(options->module, &session);
     if (code == EXIT_FINE) {
-        code = dispatch(command, session, *options);
+        code = dispatch(command, session, options);
         standin_unload(&session.module);
     }
     return code;
