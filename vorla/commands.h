@@ -24,3 +24,13 @@ struct ExportOptions {
 };
 
 [[nodiscard]] ExitCode run_export(const Session &session, const ExportOptions &options);
+
+struct ImportOptions {
+    std::string input;
+    std::string output;
+    bool linear = false;     // EXR: through the sRGB curve
+    bool matte_only = false; // a grey PNG is a matte, not a colour
+    bool overwrite = false;
+};
+
+[[nodiscard]] ExitCode run_import(const Session &session, const ImportOptions &options);

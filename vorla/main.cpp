@@ -26,6 +26,7 @@ struct Options {
     Names files; // of every command; of export the last is the output
     std::string depth_samples;
     ExportOptions exporting;
+    ImportOptions importing;
 };
 
 constexpr const char *COMMON_OPTIONS =
@@ -105,6 +106,21 @@ void add_export(CLI::App *app, Options *options)
     command->add_flag("-f,--force", exporting->overwrite, "Overwrite files");
 }
 
+void add_import(CLI::App *app, Options *options)
+{
+    ImportOptions *importing = &options->importing;
+    CLI::App *command = add_command(app, "import", "Make a PIX set of a PNG or OpenEXR file",
+                                    "vorla import shot.exr renders/shot.pix");
+    command->add_option("IN", importing->input, "A PNG or OpenEXR file")->required()->type_name("");
+    command->add_option("OUT", importing->output, "The picture to make, such as shot.pix")
+        ->required()
+        ->type_name("");
+    command->add_flag("--linear", importing->linear, "EXR: undo the sRGB curve");
+    command->add_flag("--matte", importing->matte_only,
+                      "A grey PNG is a matte: make a picture of the matte alone");
+    command->add_flag("-f,--force", importing->overwrite, "Overwrite files");
+}
+
 void set_up(CLI::App *app, Options *options)
 {
     app->fallthrough();
@@ -117,6 +133,7 @@ void set_up(CLI::App *app, Options *options)
     add_common_options(app, options);
     add_looking_commands(app, options);
     add_export(app, options);
+    add_import(app, options);
 }
 
 ExitCode dispatch(const std::string &command, const Session &session, Options *options)
@@ -132,6 +149,9 @@ ExitCode dispatch(const std::string &command, const Session &session, Options *o
     }
     if (command == "module") {
         return run_module(session);
+    }
+    if (command == "import") {
+        return run_import(session, options->importing);
     }
     options->exporting.depth_float = options->depth_samples == "float";
     options->exporting.output = options->files.back();
@@ -225,8 +245,14 @@ ExitCode parse_and_run(int argc, char **argv)
     for (std::string &name : options.files) {
         unmark_name(&name);
     }
+    unmark_name(&options.importing.input);
+    unmark_name(&options.importing.output);
     const std::string command = app.get_subcommands().front()->get_name();
-    if (std::count(options.files.begin(), options.files.end(), "") > 0) {
+    const bool importing = command == "import";
+    const bool nameless =
+        std::count(options.files.begin(), options.files.end(), "") > 0 ||
+        (importing && (options.importing.input.empty() || options.importing.output.empty()));
+    if (nameless) {
         complain_of_usage(app, "a name is empty");
         return EXIT_USAGE;
     }

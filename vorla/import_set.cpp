@@ -1,0 +1,103 @@
+// Companions stand where names.h says. A picture without colour has none, whatever stands there.
+#include "vorla/import_set.h"
+
+#include "host/messages.h"
+#include "vorla/names.h"
+
+#include <sys/stat.h>
+
+namespace {
+
+constexpr const char *LABELS[] = {PIX_LABEL_MATTE.text, PIX_LABEL_DEPTH.text};
+
+bool has_companion(const PictureShape &shape, const char *label)
+{
+    return shape.colour && (label == PIX_LABEL_MATTE.text ? shape.matte : shape.depth);
+}
+
+std::string directory_of(const std::string &path)
+{
+    const size_t slash = path.rfind('/');
+    if (slash == std::string::npos) {
+        return ".";
+    }
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+bool is_same_directory(const std::string &a, const std::string &b)
+{
+    struct stat first;
+    struct stat second;
+    return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+ExitCode check_name(const std::string &output, const PictureShape &shape)
+{
+    struct stat entry;
+    const bool special =
+        output == "-" || output.starts_with("/dev/") || output.starts_with("/proc/") ||
+        (stat(output.c_str(), &entry) == 0 && !S_ISREG(entry.st_mode) && !S_ISDIR(entry.st_mode));
+    if (special) {
+        complain(output, "cannot import: a picture is a set of files, which need names");
+        return EXIT_USAGE;
+    }
+    for (const char *label : LABELS) {
+        const std::string directory = directory_of(companion_path(output, label));
+        if (shape.colour && is_same_directory(directory, directory_of(output))) {
+            complain(output, std::string("cannot import: a picture in the directory of the ") +
+                                 label + " files would be its own companion");
+            return EXIT_USAGE;
+        }
+    }
+    return EXIT_FINE;
+}
+
+} // namespace
+
+ExitCode check_set(const std::string &output, const PictureShape &shape, bool overwrite)
+{
+    ExitCode code = check_name(output, shape);
+    if (code == EXIT_FINE) {
+        code = check_free(output, overwrite);
+    }
+    for (const char *label : LABELS) {
+        if (shape.colour && code == EXIT_FINE) {
+            code = check_free(companion_path(output, label), overwrite);
+        }
+    }
+    return code;
+}
+
+ExitCode add_set(PendingSet *set, const std::string &output, const PictureShape &shape)
+{
+    const PendingFile *main = add_pending(set, output);
+    if (!main) {
+        return EXIT_IO;
+    }
+    const std::string temporary = main->temporary;
+    for (const char *label : LABELS) {
+        if (!has_companion(shape, label)) {
+            continue;
+        }
+        const std::string companion = companion_path(output, label);
+        if (const ExitCode code = add_directory(set, directory_of(companion))) {
+            return code;
+        }
+        if (!add_pending_as(set, companion, companion_path(temporary, label))) {
+            return EXIT_IO;
+        }
+    }
+    return EXIT_FINE;
+}
+
+std::vector<std::string> foreign_companions(const std::string &output, const PictureShape &shape)
+{
+    std::vector<std::string> foreign;
+    for (const char *label : LABELS) {
+        if (shape.colour && !has_companion(shape, label)) {
+            foreign.push_back(companion_path(output, label));
+        }
+    }
+    return foreign;
+}
