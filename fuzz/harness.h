@@ -1,0 +1,108 @@
+// What the fuzz targets share: a private directory for an input's files, the bytes of the input,
+// and checks that stop the process, which is how a fuzzer learns of a finding.
+#pragma once
+
+#include "fileset/state.h"
+#include "standin/standin.h"
+
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <string>
+
+#define CHECK(condition)                                                                           \
+    do {                                                                                           \
+        if (!(condition)) {                                                                        \
+            fprintf(stderr, "%s:%d: not true: %s\n", __FILE__, __LINE__, #condition);              \
+            abort();                                                                               \
+        }                                                                                          \
+    } while (0)
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+
+// Where the kinds of file lie: colour, matte and depth.
+constexpr const char *FOLDERS[] = {"renders", "mask", "depth"};
+
+// Makes the directory of this process, with its folders, in memory where that can be had. It is
+// removed at exit. Readies the module and silences its messages.
+inline std::string make_directory()
+{
+    const bool memory = access("/dev/shm", W_OK) == 0;
+    std::string path = memory ? "/dev/shm" : std::filesystem::temp_directory_path().string();
+    path += "/vorla-fuzz-XXXXXX";
+    CHECK(mkdtemp(path.data()));
+    for (const char *folder : FOLDERS) {
+        std::filesystem::create_directory(path + "/" + folder);
+    }
+    setenv("KV_IMG_DIR", (path + ":" + path + "/none").c_str(), 1);
+    standin_set_sink([](const StandinMessage &, void *) {}, nullptr);
+    CHECK(imageInit() == 1);
+    return path;
+}
+
+// The path of a file; one to be searched for lies under the search list, not where its name says.
+inline std::string path_of(const char *folder, const char *name, bool searched = false)
+{
+    static const std::string directory = make_directory();
+    static const int removal = atexit([] { std::filesystem::remove_all(directory); });
+    CHECK(removal == 0);
+    return (searched ? "" : directory + "/") + folder + "/" + name;
+}
+
+// An input, taken byte by byte or in parts. Past its end there are zeros.
+struct Input {
+    const uint8_t *data;
+    size_t left;
+
+    uint32_t number(int bytes) // the highest first
+    {
+        uint32_t value = 0;
+        for (; bytes > 0; --bytes, left -= left > 0) {
+            value = value << 8 | (left > 0 ? *data++ : 0U);
+        }
+        return value;
+    }
+    Input take(size_t size)
+    {
+        const Input taken = {data, std::min(size, left)};
+        data += taken.left;
+        left -= taken.left;
+        return taken;
+    }
+};
+
+inline ImageHandle *make_reader(const char *name, bool searched)
+{
+    ImageHandle *handle = standin_new_reader(path_of(FOLDERS[0], name, searched).c_str());
+    handle->name_is_exact = searched ? 0 : 1;
+    vyn__err = 0;
+    return handle;
+}
+
+inline void close_image(ImageHandle *handle)
+{
+    CHECK(handle->close_proc(handle) == 0 && vyn__err == 0);
+}
+
+// Descriptors in use.
+inline auto open_descriptors()
+{
+    const auto all = std::filesystem::directory_iterator("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+}
+
+// The samples in the row buffers of an image.
+inline std::string samples_of(const PixState &state, void *const *rows)
+{
+    std::string samples;
+    const int bytes = (state.has_colour ? 3 : 0) + state.has_matte;
+    for (int i = 0; i < bytes + state.has_depth; ++i) {
+        const size_t size = i < bytes ? 1 : sizeof(int32_t);
+        samples.append(static_cast<const char *>(rows[i]), size * static_cast<size_t>(state.width));
+    }
+    return samples;
+}
