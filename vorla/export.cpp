@@ -9,7 +9,6 @@
 
 #include "format/depth.h"
 
-#include <strings.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -32,12 +31,6 @@ struct Job {
 };
 
 // --- Names ----------------------------------------------------------------------------------
-
-bool ends_in(const std::string &name, const std::string &end)
-{
-    return name.size() > end.size() &&
-           strcasecmp(name.c_str() + name.size() - end.size(), end.c_str()) == 0;
-}
 
 // The name in a directory for what is made of the picture `input`.
 std::string exported_name(const std::string &input, const std::string &extension)

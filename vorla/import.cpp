@@ -3,13 +3,12 @@
 #include "vorla/commands.h"
 #include "vorla/exr_file.h"
 #include "vorla/import_set.h"
+#include "vorla/names.h"
 #include "vorla/png_file.h"
 #include "vorla/progress.h"
 #include "vorla/spool.h"
 
 #include "host/capabilities.h"
-
-#include <strings.h>
 
 #include <cerrno>
 #include <cstring>
@@ -31,12 +30,6 @@ struct CloseFile {
 };
 
 using InputFile = std::unique_ptr<FILE, CloseFile>;
-
-bool ends_in(const std::string &name, const char *end)
-{
-    const size_t size = strlen(end);
-    return name.size() > size && strcasecmp(name.c_str() + name.size() - size, end) == 0;
-}
 
 // By its name, or else by its first byte. Nonzero, with errno, when that cannot be read.
 int tell_exr(FILE *file, const std::string &name, bool *is_exr)

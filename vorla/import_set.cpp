@@ -4,8 +4,6 @@
 #include "host/messages.h"
 #include "vorla/names.h"
 
-#include <sys/stat.h>
-
 namespace {
 
 constexpr const char *LABELS[] = {PIX_LABEL_MATTE.text, PIX_LABEL_DEPTH.text};
@@ -24,27 +22,15 @@ std::string directory_of(const std::string &path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-bool is_same_directory(const std::string &a, const std::string &b)
-{
-    struct stat first;
-    struct stat second;
-    return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 &&
-           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
-
 ExitCode check_name(const std::string &output, const PictureShape &shape)
 {
-    struct stat entry;
-    const bool special =
-        output == "-" || output.starts_with("/dev/") || output.starts_with("/proc/") ||
-        (stat(output.c_str(), &entry) == 0 && !S_ISREG(entry.st_mode) && !S_ISDIR(entry.st_mode));
-    if (special) {
+    if (is_written_directly(output)) {
         complain(output, "cannot import: a picture is a set of files, which need names");
         return EXIT_USAGE;
     }
     for (const char *label : LABELS) {
         const std::string directory = directory_of(companion_path(output, label));
-        if (shape.colour && is_same_directory(directory, directory_of(output))) {
+        if (shape.colour && is_same_file(directory, directory_of(output))) {
             complain(output, std::string("cannot import: a picture in the directory of the ") +
                                  label + " files would be its own companion");
             return EXIT_USAGE;

@@ -3,6 +3,7 @@
 
 #include "host/vyn.h"
 
+#include <strings.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -49,6 +50,12 @@ FileSet make_set(const FieldNames &names, bool fields)
 }
 
 } // namespace
+
+bool ends_in(const std::string &name, const std::string &end)
+{
+    return name.size() > end.size() &&
+           strcasecmp(name.c_str() + name.size() - end.size(), end.c_str()) == 0;
+}
 
 FieldNames field_names(const std::string &name)
 {

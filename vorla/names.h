@@ -5,6 +5,9 @@
 #include <string>
 #include <vector>
 
+// Whether there is more to the name than this end, in letters of either case.
+[[nodiscard]] bool ends_in(const std::string &name, const std::string &end);
+
 // Names that a picture has if it is stored as two fields.
 struct FieldNames {
     std::string base;

@@ -27,14 +27,6 @@ const std::string &shown(const std::string &name)
     return name == "-" ? standard_output : name;
 }
 
-// Devices and pipes are written as they stand, and so is what /dev and /proc name.
-bool is_written_directly(const std::string &name)
-{
-    struct stat entry;
-    return name == "-" || name.starts_with("/dev/") || name.starts_with("/proc/") ||
-           (stat(name.c_str(), &entry) == 0 && !S_ISREG(entry.st_mode) && !S_ISDIR(entry.st_mode));
-}
-
 std::string temporary_name(const std::string &name)
 {
     static int count = 0;
@@ -150,6 +142,13 @@ PendingSet::~PendingSet()
         (void)rmdir(directory.c_str());
         spare(directory);
     }
+}
+
+bool is_written_directly(const std::string &name)
+{
+    struct stat entry;
+    return name == "-" || name.starts_with("/dev/") || name.starts_with("/proc/") ||
+           (stat(name.c_str(), &entry) == 0 && !S_ISREG(entry.st_mode) && !S_ISDIR(entry.st_mode));
 }
 
 bool is_same_file(const std::string &one, const std::string &other)

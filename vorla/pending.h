@@ -12,7 +12,7 @@
 
 struct PendingFile {
     std::string name;
-    std::string temporary;  // "" when it is written under its own name: a device, standard output
+    std::string temporary;  // "" when it is written under its own name
     FILE *stream = nullptr; // open for writing; the set's
     bool swapped = false;   // the temporary name is now that of the file that was replaced
 };
@@ -27,6 +27,10 @@ struct PendingSet {
     PendingSet &operator=(const PendingSet &) = delete;
     ~PendingSet();
 };
+
+// True of devices, pipes, standard output ("-") and what /dev and /proc name: these have no file in
+// the making.
+[[nodiscard]] bool is_written_directly(const std::string &name);
 
 // True when both names lead to one file that is there.
 [[nodiscard]] bool is_same_file(const std::string &one, const std::string &other);
