@@ -118,20 +118,6 @@ TEST(Rows, RunsEndAt255PixelsAndAtAnyChannel)
     }
 }
 
-TEST(Rows, AStreamThatIsFull)
-{
-    Bytes pixels(40);
-    for (size_t i = 0; i < pixels.size(); ++i) {
-        pixels[i] = static_cast<uint8_t>(i);
-    }
-    for (const size_t room : {10U, 70U}) { // full within a block; in the rest of the row
-        Bytes packets(room);
-        const File file = memory_file(packets, "w");
-        setvbuf(file.get(), nullptr, _IONBF, 0);
-        EXPECT_EQ(pix_write_matte_row(file.get(), 40, pixels.data()), PIX_WRITE_FAILED);
-    }
-}
-
 // --- Depth ----------------------------------------------------------------------------------
 
 TEST(Depth, Samples)
