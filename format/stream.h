@@ -20,7 +20,7 @@ template <size_t Size>
         return true;
     }
 #endif
-    return (fread_unlocked)(bytes, Size, 1, fp) == 1; // not the macro of that name
+    return fread_unlocked(bytes, Size, 1, fp) == 1;
 }
 
 // Writes `Size` bytes as one item. False when the stream does not take them all.
@@ -34,5 +34,5 @@ template <size_t Size>
         return true;
     }
 #endif
-    return (fwrite_unlocked)(bytes, Size, 1, fp) == 1;
+    return fwrite_unlocked(bytes, Size, 1, fp) == 1;
 }

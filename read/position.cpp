@@ -95,17 +95,17 @@ static uint32_t pix_seek_streams(PixState *state, uint32_t row, uint32_t count)
 }
 
 // Seeks to a row that is known to begin where the table says. After a failure the streams stand
-// where a search for the row would have left them: one that goes back begins by rewinding the
-// streams in turn; one that goes onward would not have sought, so the next request seeks again.
+// where a search for the row would have left them: one that goes back begins by rewinding them in
+// turn, one that goes onward does not seek. If they cannot be brought there, the next request is to
+// seek, wherever it goes.
 static int pix_jump(PixState *state, uint32_t row)
 {
     const uint32_t streams = 3 * pix_stride(state);
     const uint32_t sought = pix_seek_streams(state, row, streams);
     if (sought < streams) {
         const int reason = errno;
-        state->must_seek = row >= state->row;
-        if (!state->must_seek) {
-            (void)pix_seek_streams(state, 0, sought);
+        if (pix_seek_streams(state, row < state->row ? 0 : state->row, sought) < sought) {
+            state->must_seek = 1;
         }
         errno = reason;
         return PIX_READ_FAILED;
@@ -121,11 +121,18 @@ static int pix_jump(PixState *state, uint32_t row)
 int pix_go_to_row(PixState *state, uint32_t row)
 {
     // The last known row at or before the one wanted. Streams that are astray go on from where they
-    // are, unless they must go back.
+    // are, unless they must go back. Where a seek would only save time, a failure does no harm.
     const uint32_t known = row < state->known_rows ? row : state->known_rows;
-    const bool onward = known > state->row && !state->astray;
-    if ((row < state->row || onward || state->must_seek) && pix_jump(state, known) != 0) {
-        return PIX_READ_FAILED;
+    const bool must = row < state->row || state->must_seek;
+    const bool saves = known > state->row && !state->astray;
+    if (must || saves) {
+        const int kept = errno;
+        if (pix_jump(state, known) != 0) {
+            if (must || state->must_seek) {
+                return PIX_READ_FAILED;
+            }
+            errno = kept;
+        }
     }
     while (state->row < row) {
         if (pix_skip_row(state) != 0) {

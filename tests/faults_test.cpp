@@ -516,3 +516,37 @@ TEST_F(FaultTest, EveryCallThatCanFail)
     EXPECT_GT(injected, 0);
     printf("%ld failures injected\n", injected);
 }
+
+// A row that is known is sought, but where going there would not have taken a seek, one that fails
+// is no failure. When the streams cannot be brought back either, no wrong row is given afterwards.
+TEST_F(FaultTest, ASeekThatFailsOnTheWayOnward)
+{
+    const Scenario s = {"", false, 3, 1, 0, "", {"x.pix"}};
+    prepare(s);
+    const auto read = [this](ImageHandle *handle, int32_t y) {
+        void **rows = nullptr;
+        const Row expected(*handle->info, HEIGHT - 1 - y);
+        std::fill(std::begin(calls), std::end(calls), 0);
+        const int32_t code =
+            call([&] { return handle->scanline_proc(handle->priv->state, y, &rows); });
+        EXPECT_TRUE(code != 0 || samples(rows, *handle->info, WIDTH) == expected.all) << y;
+        return code;
+    };
+    for (const bool onwards : {false, true}) {
+        for (long nth = 1; nth <= 2; ++nth) {
+            point = {};
+            ImageHandle *handle = standin_new_reader(path("r/x.pix").c_str());
+            ASSERT_EQ(call([&] { return module.read_open(handle); }), 1);
+            EXPECT_EQ(read(handle, 0), 0);
+            EXPECT_EQ(read(handle, 2), 0);
+            point = {SEEK, nth, onwards, false};
+            EXPECT_EQ(read(handle, 0), onwards && nth == 2 ? -18 : 0);
+            EXPECT_EQ(read(handle, 2), -18);
+            point = {};
+            standin_reset_faults();
+            EXPECT_EQ(read(handle, 1), 0);
+            EXPECT_EQ(read(handle, 0), 0);
+            EXPECT_EQ(call([&] { return handle->close_proc(handle); }), 0);
+        }
+    }
+}
