@@ -141,7 +141,9 @@ void add_picture(const std::string &name, int channels)
     for (const auto &[order_name, order] : orders()) {
         read_pix(pix, order, &picture);
         const Order scanlines = order; // clang 14 does not capture bindings
-        add(label + "/read " + order_name, [=] { read_pix(pix, scanlines, nullptr); });
+        std::string work = label + "/read ";
+        work += order_name;
+        add(work, [=] { read_pix(pix, scanlines, nullptr); });
     }
     add(label + "/write", [=, &picture] { write_pix(bench->path + ".out", picture, nullptr); });
 
