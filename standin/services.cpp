@@ -207,7 +207,8 @@ const char *vyn__build_handle(const char *search_list, const char *name, const c
     std::string first;
     for (size_t at = 0; at <= list.size();) {
         const size_t end = std::min(list.find(':', at), list.size());
-        path = (end == at ? "." : list.substr(at, end - at)) + "/" + file;
+        path = end == at ? "." : list.substr(at, end - at);
+        path += path.back() == '/' ? file : "/" + file;
         if (access(path.c_str(), F_OK) == 0) {
             return path.c_str();
         }

@@ -27,7 +27,7 @@ struct ExportOptions {
 
 struct ImportOptions {
     std::string input;
-    std::string output;
+    std::string output;      // a plain_name
     bool linear = false;     // EXR: through the sRGB curve
     bool matte_only = false; // a grey PNG is a matte, not a colour
     bool overwrite = false;

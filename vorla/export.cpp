@@ -88,17 +88,23 @@ ExitCode plan_directory(const ExportOptions &options, std::vector<Job> *jobs)
     return EXIT_FINE;
 }
 
+// Whether two files to be made would be one.
+bool is_one_output(std::string one, std::string other)
+{
+    for (std::string *name : {&one, &other}) {
+        std::error_code error;
+        const auto path = std::filesystem::weakly_canonical(*name, error);
+        const bool standard = *name == "-" || *name == "/dev/stdout";
+        *name = standard ? "-" : error ? *name : path.string();
+    }
+    return one == other;
+}
+
 ExitCode plan(const ExportOptions &options, std::vector<Job> *jobs)
 {
     const bool several = options.inputs.size() > 1;
     if (several && !options.depth_picture.empty()) {
         return misuse(options.depth_picture, "cannot export: --depth-picture is for one picture");
-    }
-    std::error_code ignored;
-    if (!options.depth_picture.empty() &&
-        std::filesystem::weakly_canonical(options.depth_picture, ignored) ==
-            std::filesystem::weakly_canonical(options.output, ignored)) {
-        return misuse(options.output, "cannot be both the picture and the view of its depth");
     }
     if (several || is_directory(options.output)) {
         return plan_directory(options, jobs);
@@ -235,7 +241,9 @@ ExitCode export_open(const ExportOptions &options, const Job &job, Source *sourc
 {
     const bool view_wanted = !options.depth_picture.empty();
     if (view_wanted && !source->depth) {
-        return misuse(source->name, "cannot make a view of the depth: the picture has none");
+        complain(source->name, "cannot make a view of the depth: the picture has none");
+        const ExitCode code = code_of_dropped(*source);
+        return code == EXIT_FINE ? EXIT_USAGE : code;
     }
     for (const std::string &output : {job.output, options.depth_picture}) {
         if (is_part_of(source->files, output)) {
@@ -281,6 +289,10 @@ ExitCode run_export(const Session &session, const ExportOptions &options)
     ExitCode code = plan(options, &jobs);
     if (code != EXIT_FINE) {
         return code;
+    }
+    if (!options.depth_picture.empty() && is_one_output(jobs[0].output, options.depth_picture)) {
+        return misuse(options.depth_picture,
+                      "cannot be both the picture and the view of its depth");
     }
     const bool several = jobs.size() > 1;
     if (several) {

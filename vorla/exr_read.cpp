@@ -91,10 +91,12 @@ struct ExrReader final : RowReader {
     }
 };
 
-ExitCode fail_reading(const ExrReader &reader, const std::string &why)
+ExitCode fail_reading(const ExrReader &reader, const std::exception &problem)
 {
-    complain(reader.name, "cannot read: " + why);
-    return ferror(reader.stream.file) ? EXIT_IO : EXIT_DAMAGED;
+    const bool no_memory = dynamic_cast<const std::bad_alloc *>(&problem) != nullptr;
+    complain(reader.name,
+             std::string("cannot read: ") + (no_memory ? strerror(ENOMEM) : problem.what()));
+    return no_memory || ferror(reader.stream.file) ? EXIT_IO : EXIT_DAMAGED;
 }
 
 // Has the channel read into `row`, if it is there; zeros if it is not. The library counts columns
@@ -201,7 +203,7 @@ ExitCode ExrReader::read_row(void *const *rows)
     try {
         file->readPixels(line);
     } catch (const std::exception &problem) {
-        return fail_reading(*this, problem.what());
+        return fail_reading(*this, problem);
     }
     line += 1;
     for (int channel = 0; shape.colour && channel < 3; ++channel) {
@@ -230,7 +232,7 @@ ExitCode open_exr(FILE *stream, const std::string &name, const ExrOptions &optio
     try {
         code = begin_reading(opened.get(), options.matte_only);
     } catch (const std::exception &problem) {
-        code = fail_reading(*opened, problem.what());
+        code = fail_reading(*opened, problem);
     }
     *reader = std::move(opened);
     return code;

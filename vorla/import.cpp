@@ -225,9 +225,12 @@ ExitCode import_picture(const Session &session, const ImportOptions &options, Ro
 
 ExitCode run_import(const Session &session, const ImportOptions &options)
 {
-    if (is_same_file(options.input, options.output)) {
-        complain(options.output, "cannot write: it is the picture to import");
-        return EXIT_USAGE;
+    for (const std::string &file : {options.output, companion_path(options.output, "mask"),
+                                    companion_path(options.output, "depth")}) {
+        if (is_same_file(options.input, file)) {
+            complain(file, "cannot write: it is the picture to import");
+            return EXIT_USAGE;
+        }
     }
     InputFile file;
     if (const ExitCode code = open_input(options.input, &file)) {

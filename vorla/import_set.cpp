@@ -4,6 +4,8 @@
 #include "host/messages.h"
 #include "vorla/names.h"
 
+#include <unistd.h>
+
 namespace {
 
 constexpr const char *LABELS[] = {PIX_LABEL_MATTE.text, PIX_LABEL_DEPTH.text};
@@ -28,6 +30,10 @@ ExitCode check_name(const std::string &output, const PictureShape &shape)
         complain(output, "cannot import: a picture is a set of files, which need names");
         return EXIT_USAGE;
     }
+    if (field_names(output).is_field) {
+        complain(output, "cannot import: it is a field's name, and fields are not written");
+        return EXIT_USAGE;
+    }
     for (const char *label : LABELS) {
         const std::string directory = directory_of(companion_path(output, label));
         if (shape.colour && is_same_file(directory, directory_of(output))) {
@@ -46,6 +52,13 @@ ExitCode check_set(const std::string &output, const PictureShape &shape, bool ov
     ExitCode code = check_name(output, shape);
     if (code == EXIT_FINE) {
         code = check_free(output, overwrite);
+    }
+    const FieldNames fields = field_names(output);
+    for (const std::string &field : {fields.even, fields.odd}) {
+        if (code == EXIT_FINE && !overwrite && access(field.c_str(), F_OK) == 0) {
+            complain(output, "cannot write: there is the field " + field + "; -f hides it");
+            code = EXIT_IO;
+        }
     }
     for (const char *label : LABELS) {
         if (shape.colour && code == EXIT_FINE) {

@@ -6,7 +6,8 @@
 #include "vorla/picture.h"
 
 // Checks that the picture `output` can be made: its name is one that a set can have (EXIT_USAGE),
-// and, unless `overwrite`, neither it nor what would become its companion is there (EXIT_IO).
+// and, unless `overwrite`, neither it, nor a field of it, nor what would become its companion is
+// there (EXIT_IO).
 [[nodiscard]] ExitCode check_set(const std::string &output, const PictureShape &shape,
                                  bool overwrite);
 

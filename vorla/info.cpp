@@ -112,7 +112,11 @@ void print_object(const Source &source, const Facts &facts)
     object["format"] = or_null(facts.format);
     object["aspect"] = strtod(facts.aspect.c_str(), nullptr);
     // A file name need not be UTF-8.
-    print_line(object.dump(-1, ' ', false, Json::error_handler_t::replace));
+    std::string line = object.dump(-1, ' ', false, Json::error_handler_t::replace);
+    for (size_t at = 0; (at = line.find('\x7F', at)) != std::string::npos;) {
+        line.replace(at, 1, "\\u007f"); // the library lets this one pass
+    }
+    print_line(line);
 }
 
 } // namespace

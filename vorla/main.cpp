@@ -98,6 +98,7 @@ void add_export(CLI::App *app, Options *options)
     command
         ->add_option("--depth-picture", exporting->depth_picture,
                      "Also make a 16-bit view of the depth")
+        ->check([](const std::string &name) { return name.empty() ? "the name is empty" : ""; })
         ->type_name("FILE.png");
     command->add_option("--depth", options->depth_samples, "EXR: Z as uint (default) or float")
         ->check(CLI::IsMember({"uint", "float"}))
@@ -151,10 +152,12 @@ ExitCode dispatch(const std::string &command, const Session &session, Options *o
         return run_module(session);
     }
     if (command == "import") {
+        options->importing.output = plain_name(options->importing.output);
         return run_import(session, options->importing);
     }
     options->exporting.depth_float = options->depth_samples == "float";
-    options->exporting.output = options->files.back();
+    options->exporting.output =
+        options->files.back() == "/dev/stdout" ? "-" : options->files.back();
     options->files.pop_back();
     options->exporting.inputs = options->files;
     return run_export(session, options->exporting);
@@ -193,8 +196,9 @@ void complain_of_usage(const CLI::App &app, const std::string &words)
     complain("", what + " (see vorla " + command + "--help)");
 }
 
-// CLI11 takes "[a,b]" for a list, and ends a command at a "--" behind its first name. So names like
-// these and all behind a "--" get a byte before them while they are parsed.
+// CLI11 takes "[a,b]" for a list and "++" for the end of a command, and ends one at a "--" behind
+// its first name. So names like these and all behind a "--" get a byte before them while they are
+// parsed, and so do names that begin with that byte.
 constexpr char NAME_MARK = '\x1F';
 
 // The arguments, the last one first.
@@ -208,8 +212,9 @@ std::vector<std::string> mark_names(int argc, char **argv)
             only_names = true;
             continue;
         }
-        const bool is_list = argument.starts_with('[') && argument.ends_with(']');
-        arguments.push_back(only_names || is_list ? NAME_MARK + argument : argument);
+        const bool is_special = (argument.starts_with('[') && argument.ends_with(']')) ||
+                                argument == "++" || argument.starts_with(NAME_MARK);
+        arguments.push_back(only_names || is_special ? NAME_MARK + argument : argument);
     }
     std::reverse(arguments.begin(), arguments.end());
     return arguments;
@@ -245,8 +250,12 @@ ExitCode parse_and_run(int argc, char **argv)
     for (std::string &name : options.files) {
         unmark_name(&name);
     }
-    unmark_name(&options.importing.input);
-    unmark_name(&options.importing.output);
+    for (std::string *name : {&options.importing.input, &options.importing.output,
+                              &options.exporting.depth_picture, &options.module}) {
+        unmark_name(name);
+    }
+    options.importing.input =
+        options.importing.input == "/dev/stdin" ? "-" : options.importing.input;
     const std::string command = app.get_subcommands().front()->get_name();
     const bool importing = command == "import";
     const bool nameless =

@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <system_error>
 
 namespace {
 
@@ -55,6 +57,29 @@ bool ends_in(const std::string &name, const std::string &end)
 {
     return name.size() > end.size() &&
            strcasecmp(name.c_str() + name.size() - end.size(), end.c_str()) == 0;
+}
+
+std::string plain_name(const std::string &name)
+{
+    std::string plain = name.starts_with('/') ? "/" : "";
+    const size_t slash = name.rfind('/');
+    const size_t file = slash == std::string::npos ? 0 : slash + 1;
+    std::string last;
+    for (size_t at = 0; at < file;) {
+        const size_t end = name.find('/', at);
+        const std::string directory = name.substr(at, end - at);
+        if (!directory.empty() && directory != ".") {
+            last = directory;
+            plain += directory + "/";
+        }
+        at = end + 1;
+    }
+    if (last == "..") {
+        std::error_code error;
+        const std::filesystem::path real = std::filesystem::canonical(plain, error);
+        plain = error ? plain : (real / "").string();
+    }
+    return plain + name.substr(file);
 }
 
 FieldNames field_names(const std::string &name)

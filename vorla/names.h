@@ -8,6 +8,11 @@
 // Whether there is more to the name than this end, in letters of either case.
 [[nodiscard]] bool ends_in(const std::string &name, const std::string &end);
 
+// The name of the same file without empty and "." directories, and with the true path of a
+// directory that ends in "..": where the companions are is told from the names of the last two
+// directories.
+[[nodiscard]] std::string plain_name(const std::string &name);
+
 // Names that a picture has if it is stored as two fields.
 struct FieldNames {
     std::string base;

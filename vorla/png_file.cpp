@@ -35,9 +35,11 @@ void keep_error(png_structp png, png_const_charp message)
 void drop_warning(png_structp, png_const_charp) {}
 
 // Runs `step`; false when libpng jumped out of it, which passes by the destructors of its locals.
+// Then errno tells whether memory was missing.
 template <class Step>
 [[nodiscard]] bool guarded(png_structp png, const Step &step)
 {
+    errno = 0;
     if (setjmp(png_jmpbuf(png)) != 0) {
         return false;
     }
@@ -47,8 +49,9 @@ template <class Step>
 
 ExitCode fail_png(const PngStream &stream, const std::string &what, ExitCode code)
 {
+    const bool no_memory = errno == ENOMEM;
     complain(stream.name, what + ": " + stream.problem);
-    return ferror(stream.file) ? EXIT_IO : code;
+    return no_memory || ferror(stream.file) ? EXIT_IO : code;
 }
 
 void read_bytes(png_structp png, png_bytep bytes, size_t size)

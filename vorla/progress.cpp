@@ -1,6 +1,8 @@
 // The progress line: when it may show, and how it is drawn over itself.
 #include "vorla/progress.h"
 
+#include "vorla/report.h"
+
 #include <stdio.h>
 #include <unistd.h>
 
@@ -30,7 +32,7 @@ bool quiet = false;
 void start_progress(const std::string &file, int64_t total, const char *unit)
 {
     end_progress();
-    work.file = file;
+    work.file = one_line(file);
     work.total = total;
     work.unit = unit;
     work.next = Clock::now() + FIRST_AFTER;

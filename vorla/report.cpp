@@ -32,17 +32,16 @@ void take_message(const StandinMessage &message, void * /*context*/)
     }
 }
 
-// A name can hold anything, and this is one line on a terminal.
-std::string one_line(std::string line)
+} // namespace
+
+std::string one_line(std::string text)
 {
-    for (char &c : line) {
+    for (char &c : text) {
         const auto byte = static_cast<unsigned char>(c);
         c = byte < 0x20 || byte == 0x7F ? '?' : c;
     }
-    return line;
+    return text;
 }
-
-} // namespace
 
 void complain(const std::string &file, const std::string &what)
 {

@@ -36,6 +36,9 @@ constexpr int message_number(int number, int /*severity*/, const char * /*words*
     return a > b ? a : b;
 }
 
+// A name can hold anything: the text as one line, without what would move a terminal's cursor.
+[[nodiscard]] std::string one_line(std::string text);
+
 // Writes one line of results to standard output. A failure shows in finish_output.
 void print_line(const std::string &line);
 

@@ -97,7 +97,7 @@ ExitCode explain_open(const FileSet &files, int reason, const std::string &words
         const std::vector<std::string> &paths = paths_of(files, kind);
         *why = std::any_of(paths.begin(), paths.end(), exists) ? header_fault(files, kind) : "";
         if (!why->empty()) {
-            return EXIT_DAMAGED;
+            return read_header(files, kind).error > 0 ? EXIT_IO : EXIT_DAMAGED;
         }
     }
     *why = words;
@@ -112,7 +112,8 @@ void note_dropped(Source *source, FileKind kind, const std::string &words)
     if (std::any_of(paths.begin(), paths.end(), exists)) {
         const std::string fault = header_fault(source->files, kind);
         const bool unreadable = read_header(source->files, kind).error != 0;
-        source->dropped.push_back({kind_name(kind), fault.empty() ? words : fault,
+        const std::string last = words.empty() ? "the name of its companion is too long" : words;
+        source->dropped.push_back({kind_name(kind), fault.empty() ? last : fault,
                                    unreadable || fault.empty() ? EXIT_IO : EXIT_DAMAGED});
     }
 }
@@ -184,7 +185,7 @@ ExitCode try_open_source(const Session &session, const std::string &name, Source
     *source = {};
     source->session = &session;
     source->name = standard ? "standard input" : name;
-    source->opened = standard ? "/dev/stdin" : name;
+    source->opened = standard ? "/dev/stdin" : plain_name(name);
     if (standard && make_input_seekable(why) != EXIT_FINE) {
         return EXIT_IO;
     }
@@ -239,30 +240,31 @@ ExitCode code_of_dropped(const Source &source)
     return code;
 }
 
-std::string try_read_row(Source *source, int32_t row)
+ExitCode try_read_row(Source *source, int32_t row, std::string *why)
 {
     std::vector<std::string> kept;
     set_subject(source->name, &kept);
     errno = 0;
-    std::string why;
+    ExitCode code = EXIT_FINE;
     if (source->handle->scanline_proc(source->handle->priv->state, source->height - 1 - row,
                                       &source->rows) != 0) {
         const int reason = errno;
         const bool undecodable = module_said(message_number(PIX_MSG_CANNOT_DECODE));
-        why = explain_row(*source, row, undecodable, reason);
+        *why = explain_row(*source, row, undecodable, reason);
+        code = undecodable || reason == 0 ? EXIT_DAMAGED : EXIT_IO;
     }
     set_subject(source->name);
-    return why;
+    return code;
 }
 
 ExitCode read_row(Source *source, int32_t row)
 {
-    const std::string why = try_read_row(source, row);
-    if (why.empty()) {
-        return EXIT_FINE;
+    std::string why;
+    const ExitCode code = try_read_row(source, row, &why);
+    if (code != EXIT_FINE) {
+        complain(source->name, why);
     }
-    complain(source->name, why);
-    return EXIT_DAMAGED;
+    return code;
 }
 
 ExitCode close_source(Source *source)

@@ -48,8 +48,8 @@ struct Source {
 // increasing order cost the least.
 [[nodiscard]] ExitCode read_row(Source *source, int32_t row);
 
-// The same without a word: returns what went wrong, or "".
-[[nodiscard]] std::string try_read_row(Source *source, int32_t row);
+// The same without a word: `why` says what went wrong.
+[[nodiscard]] ExitCode try_read_row(Source *source, int32_t row, std::string *why);
 
 // The buffers of the last row read.
 inline const uint8_t *colour_row(const Source &source, int channel)

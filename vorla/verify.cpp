@@ -16,18 +16,19 @@ std::string kinds_of(const Source &source)
     return kinds.substr(2);
 }
 
-// The first defect of an open picture, or "".
-std::string find_defect(Source *source, bool shows_rows)
+// Finds the first defect of an open picture.
+ExitCode find_defect(Source *source, bool shows_rows, std::string *defect)
 {
     if (!source->dropped.empty()) {
-        return source->dropped.front().reason;
+        *defect = source->dropped.front().reason;
+        return code_of_dropped(*source);
     }
     if (shows_rows) {
         start_progress(source->name, source->height, "rows");
     }
-    std::string defect;
-    for (int32_t row = 0; defect.empty() && row < source->height; ++row) {
-        defect = try_read_row(source, row);
+    ExitCode code = EXIT_FINE;
+    for (int32_t row = 0; code == EXIT_FINE && row < source->height; ++row) {
+        code = try_read_row(source, row, defect);
         if (shows_rows) {
             show_progress(row + 1);
         }
@@ -35,7 +36,7 @@ std::string find_defect(Source *source, bool shows_rows)
     if (shows_rows) {
         end_progress();
     }
-    return defect;
+    return code;
 }
 
 ExitCode verify(const Session &session, const std::string &file, bool shows_rows)
@@ -43,22 +44,16 @@ ExitCode verify(const Session &session, const std::string &file, bool shows_rows
     Source source;
     std::string defect;
     ExitCode code = try_open_source(session, file, &source, &defect);
-    if (code == EXIT_IO) {
-        complain(source.name, defect);
-        return code;
-    }
     if (code == EXIT_FINE) {
-        defect = find_defect(&source, shows_rows);
-        code = code_of_dropped(source);
+        code = find_defect(&source, shows_rows, &defect);
     }
     if (code == EXIT_IO) {
         complain(source.name, defect);
-    } else if (defect.empty()) {
+    } else if (code == EXIT_FINE) {
         print_line(source.name + ": ok (" + std::to_string(source.height) + " rows; " +
                    kinds_of(source) + ")");
     } else {
         print_line(source.name + ": " + defect);
-        code = EXIT_DAMAGED;
     }
     return worst(code, close_source(&source));
 }

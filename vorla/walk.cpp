@@ -1,6 +1,8 @@
 // The walk, and what is left out of it.
 #include "vorla/walk.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -13,29 +15,34 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A path as somebody would name it who stands in the starting directory: for the companions it
-// matters that "./a.pix" is "a.pix".
-std::string plain(const fs::path &path)
+bool is_in_companion_directory(const std::string &file)
 {
-    std::string name = path.string();
-    while (name.starts_with("./")) {
-        name.erase(0, name.find_first_not_of('/', 1));
-    }
-    return name;
+    const fs::path directory = fs::path(file).parent_path().filename();
+    return directory == "mask" || directory == "depth";
 }
 
-// Adds a file if it is PIX or is called so: one that is called so and is not is damaged.
+bool has_companion(const std::string &file)
+{
+    return !is_in_companion_directory(file) &&
+           (access(companion_path(file, "mask").c_str(), F_OK) == 0 ||
+            access(companion_path(file, "depth").c_str(), F_OK) == 0);
+}
+
+// Adds a file if it is PIX, or is called so or has a companion: one of those that is not is
+// damaged.
 ExitCode consider(const Session &session, const fs::path &path, Names *files)
 {
+    const std::string file = plain_name(path);
     FILE *stream = fopen(path.c_str(), "r");
     if (!stream) {
-        complain(plain(path), std::string("cannot open: ") + strerror(errno));
+        complain(file, std::string("cannot open: ") + strerror(errno));
         return EXIT_IO;
     }
     const bool is_pix = session.module.is_file(path.c_str(), stream) == 1;
     (void)fclose(stream);
-    if (is_pix || path.extension() == module_text(session, "imageExtension")) {
-        files->push_back(plain(path));
+    if (is_pix || path.extension() == module_text(session, "imageExtension") ||
+        has_companion(file)) {
+        files->push_back(file);
     }
     return EXIT_FINE;
 }
@@ -58,12 +65,6 @@ ExitCode walk(const Session &session, const fs::path &directory, Names *files)
         code = worst(code, EXIT_IO);
     }
     return code;
-}
-
-bool is_in_companion_directory(const std::string &file)
-{
-    const fs::path directory = fs::path(file).parent_path().filename();
-    return directory == "mask" || directory == "depth";
 }
 
 // The files that are verified with a picture: its companions, and its odd field.
