@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int ENDING_SIGNALS[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+constexpr int ENDING_SIGNALS[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGXCPU};
 
 // What a signal removes, the last entry first. An empty path is a free entry.
 struct Doomed {

@@ -73,7 +73,7 @@ PendingFile *add_stream(PendingSet *set, const std::string &name, const std::str
         (void)fail(shown(name), "cannot write");
         return nullptr;
     }
-    set->files.push_back({name, temporary, stream, false});
+    set->files.push_back({name, temporary, stream, PENDING_MADE});
     return &set->files.back();
 }
 
@@ -100,25 +100,83 @@ int rename_to_free(const char *from, const char *to)
     return rename(from, to);
 }
 
-// Exchanges with what is replaced, so that it can be taken back.
+// Exchanges two files, also where the file system has no such call.
+int exchange(const char *one, const char *other)
+{
+    if (renameat2(AT_FDCWD, one, AT_FDCWD, other, RENAME_EXCHANGE) == 0) {
+        return 0;
+    }
+    if (errno != EINVAL && errno != ENOSYS) {
+        return -1;
+    }
+    const std::string third = std::string(one) + ".old";
+    if (rename(other, third.c_str()) != 0) {
+        return -1;
+    }
+    if (rename(one, other) == 0) {
+        return rename(third.c_str(), one);
+    }
+    const int reason = errno;
+    (void)rename(third.c_str(), other);
+    errno = reason;
+    return -1;
+}
+
+// Keeps what is replaced, so that it can be taken back.
 int place(PendingFile *file, bool overwrite)
 {
     const char *from = file->temporary.c_str();
     const char *to = file->name.c_str();
     if (rename_to_free(from, to) == 0) {
+        file->state = PENDING_PLACED;
         return 0;
     }
-    if (errno != EEXIST || !overwrite) {
+    if (errno != EEXIST || !overwrite || exchange(from, to) != 0) {
         return -1;
     }
-    file->swapped = renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_EXCHANGE) == 0;
-    return file->swapped ? 0 : rename(from, to);
+    file->state = PENDING_SWAPPED;
+    return 0;
 }
 
+ExitCode put_aside(PendingSet *set, const std::string &name)
+{
+    if (const ExitCode code = check_free(name, set->overwrite)) {
+        return code;
+    }
+    const std::string temporary = temporary_name(name);
+    if (rename_to_free(name.c_str(), temporary.c_str()) == 0) {
+        set->files.push_back({name, temporary, nullptr, PENDING_ASIDE});
+        return EXIT_FINE;
+    }
+    return errno == ENOENT || errno == ENOTDIR
+               ? EXIT_FINE
+               : fail(name, "cannot remove what belonged to the picture before");
+}
+
+// Undoes what has been done with the names. What cannot be given its name again is not lost.
 void take_back(PendingFile *file)
 {
-    const unsigned how = file->swapped ? RENAME_EXCHANGE : RENAME_NOREPLACE;
-    (void)renameat2(AT_FDCWD, file->name.c_str(), AT_FDCWD, file->temporary.c_str(), how);
+    const char *name = file->name.c_str();
+    const char *temporary = file->temporary.c_str();
+    int result = 0;
+    switch (file->state) {
+    case PENDING_MADE:
+        break;
+    case PENDING_PLACED:
+        result = rename_to_free(name, temporary);
+        break;
+    case PENDING_SWAPPED:
+        result = exchange(temporary, name);
+        break;
+    case PENDING_ASIDE:
+        result = rename_to_free(temporary, name);
+        break;
+    }
+    if (result != 0 && file->state != PENDING_PLACED) {
+        (void)fail(file->name, "the file that stood there is now " + file->temporary);
+        spare(file->temporary);
+        file->temporary.clear();
+    }
 }
 
 void remove_temporary(const PendingFile &file)
@@ -233,14 +291,20 @@ ExitCode put_in_place(PendingSet *set, const std::vector<std::string> &stale)
         }
     }
     const SignalsHeld held;
-    for (size_t at = set->files.size(); at-- > 0;) {
+    ExitCode code = EXIT_FINE;
+    const size_t made = set->files.size();
+    for (size_t at = 0; at < stale.size() && code == EXIT_FINE; ++at) {
+        code = put_aside(set, stale[at]);
+    }
+    for (size_t at = made; at-- > 0 && code == EXIT_FINE;) {
         PendingFile &file = set->files[at];
-        if (file.temporary.empty() || place(&file, set->overwrite) == 0) {
-            continue;
+        if (!file.temporary.empty() && place(&file, set->overwrite) != 0) {
+            code = fail(file.name, "cannot give the file its name");
         }
-        const ExitCode code = fail(file.name, "cannot give the file its name");
-        for (size_t placed = at + 1; placed < set->files.size(); ++placed) {
-            take_back(&set->files[placed]);
+    }
+    if (code != EXIT_FINE) {
+        for (PendingFile &file : set->files) {
+            take_back(&file);
         }
         return code;
     }
@@ -252,11 +316,5 @@ ExitCode put_in_place(PendingSet *set, const std::vector<std::string> &stale)
     }
     set->files.clear();
     set->directories.clear();
-    ExitCode code = EXIT_FINE;
-    for (const std::string &name : stale) {
-        if (unlink(name.c_str()) != 0 && errno != ENOENT && errno != ENOTDIR) {
-            code = fail(name, "cannot remove what belonged to the picture before");
-        }
-    }
-    return code;
+    return EXIT_FINE;
 }

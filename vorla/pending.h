@@ -10,11 +10,15 @@
 #include <string>
 #include <vector>
 
+// What stands under the temporary name of a file: the file itself; nothing, once it has its final
+// name; the one that it has replaced; or, put aside, one that goes without being replaced.
+enum PendingState { PENDING_MADE, PENDING_PLACED, PENDING_SWAPPED, PENDING_ASIDE };
+
 struct PendingFile {
     std::string name;
     std::string temporary;  // "" when it is written under its own name
     FILE *stream = nullptr; // open for writing; the set's
-    bool swapped = false;   // the temporary name is now that of the file that was replaced
+    PendingState state = PENDING_MADE;
 };
 
 struct PendingSet {
@@ -54,6 +58,6 @@ struct PendingSet {
 // whole.
 [[nodiscard]] ExitCode close_stream(PendingFile *file);
 
-// Gives all files their final names, the last added first, and then removes the `stale` ones, which
-// need not exist. When one fails, those before it are taken back, and the set removes them.
+// Gives all files their final names, the last added first, and removes the `stale` ones, which need
+// not exist, but may only when the set overwrites. When one fails, all is as it was before.
 [[nodiscard]] ExitCode put_in_place(PendingSet *set, const std::vector<std::string> &stale);
