@@ -40,18 +40,6 @@ TEST(Names, FieldRule)
     }
 }
 
-TEST(Names, FieldNamesThatDoNotFitAreEmpty)
-{
-    for (const size_t length : {1021U, 1022U, 1023U}) {
-        const std::string name(length, 'x');
-        PixNames names;
-        pix_field_names(name.c_str(), 'r', &names);
-        EXPECT_EQ(names.base, name);
-        EXPECT_EQ(names.even, length == 1021 ? name + ".e" : "");
-        EXPECT_EQ(names.odd, length == 1021 ? name + ".o" : "");
-    }
-}
-
 TEST(Names, CompanionRule)
 {
     // clang-format off

@@ -6,22 +6,13 @@ using ProbeTest = ModuleTest;
 TEST_F(ProbeTest, FirstTwelveBytes)
 {
     // clang-format off
+    // Sizes and bits of every value are tried in ExhaustTest.
     struct Case { const char *what; const char *bytes; const char *name; int is_pix; };
     const Case cases[] = {
         {"a colour file", "0080 0060 0000 005F 0018 0400", "a.pix", 1},
         {"a matte file", "0080 0060 0000 005F 0008 0400", "a.pix", 1},
         {"any name", "0080 0060 0000 005F 0018 0400", "a.rgb", 1},
-        {"a header alone", "0080 0060 0000 005F 0018", "a.pix", 0},
         {"11 bytes", "0080 0060 0000 005F 0018 04", "a.pix", 0},
-        {"nothing", "", "a.pix", 0},
-        {"16 bits", "0080 0060 0000 005F 0010 0400", "a.pix", 0},
-        {"32 bits", "0080 0060 0000 005F 0020 0400", "a.pix", 0},
-        {"0 bits", "0080 0060 0000 005F 0000 0400", "a.pix", 0},
-        {"264 bits", "0080 0060 0000 005F 0108 0400", "a.pix", 0},
-        {"no width", "0000 0060 0000 005F 0018 0400", "a.pix", 0},
-        {"no height", "0080 0000 0000 005F 0018 0400", "a.pix", 0},
-        {"width 32768", "8000 0060 0000 005F 0018 0400", "a.pix", 0},
-        {"height 32768", "0080 8000 0000 005F 0018 0400", "a.pix", 0},
         {"an SGI image, 3 channels", "01DA 0101 0003 0280 0018 0003", "a.pix", 0},
         {"an SGI image by another name", "01DA 0101 0003 0280 0018 0003", "a", 0},
         {"474 square, y offset of the width", "01DA 01DA 0000 01D9 0018 0400", "a.rgb", 1},

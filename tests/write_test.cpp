@@ -200,15 +200,3 @@ TEST_F(WriteTest, ALinkIsNotRemoved)
     EXPECT_EQ(messages(), (std::vector<int>{94, 52}));
     handle->close_proc(handle);
 }
-
-TEST_F(WriteTest, StandardOutput)
-{
-    FILE *const kept = std::exchange(stdout, fopen(path("r/out").c_str(), "w"));
-    ImageHandle *handle = standin_new_writer("/dev/stdout", 4, 2, 3, 1, 0);
-    EXPECT_EQ(module.write_open(handle), 1);
-    EXPECT_EQ(write_rows(handle, full), (std::vector<int32_t>{0, 0}));
-    EXPECT_EQ(handle->close_proc(handle), 0);
-    fclose(std::exchange(stdout, kept));
-    EXPECT_EQ(contents("r/out").size(), 10U + 2 * 8);
-    EXPECT_EQ(messages(), std::vector<int>{42}); // a standard stream has no companions
-}
