@@ -10,14 +10,23 @@
 
 #include <stdio_ext.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 enum PixAttempt { PIX_FOUND, PIX_MISSED, PIX_BROKEN };
 
-// Bytes of a stream's buffer. System calls may be dear, so writing gets a large one. Rows read out
-// of order fill a whole buffer each, and in reverse order two where they lie across its edge:
-// reading gets one that serves both.
-constexpr size_t PIX_READ_BUFFER = 8192;
-constexpr size_t PIX_WRITE_BUFFER = 65536;
+// Bytes of a stream's buffer. System calls may be dear, so writing gets a large one, and so does a
+// file that fits into it whole. Rows of a longer one that are read out of order fill a whole buffer
+// each, and in reverse order two where they lie across its edge: the small size serves both.
+constexpr size_t PIX_SMALL_BUFFER = 8192;
+constexpr size_t PIX_LARGE_BUFFER = 65536;
+
+static size_t pix_buffer_size(FILE *fp, const char *mode)
+{
+    struct stat file;
+    const bool large = mode[0] == 'w' ||
+                       (fstat(fileno(fp), &file) == 0 && file.st_size <= off_t{PIX_LARGE_BUFFER});
+    return large ? PIX_LARGE_BUFFER : PIX_SMALL_BUFFER;
+}
 
 // Opens a file and gives its stream a buffer, unless it comes with one or there is no memory.
 static FILE *pix_open_stream(PixState *state, const char *name, const char *mode)
@@ -27,7 +36,7 @@ static FILE *pix_open_stream(PixState *state, const char *name, const char *mode
         return fp;
     }
     const int kept = errno;
-    const size_t size = mode[0] == 'w' ? PIX_WRITE_BUFFER : PIX_READ_BUFFER;
+    const size_t size = pix_buffer_size(fp, mode);
     for (char *&buffer : state->buffers) {
         if (!buffer) {
             buffer = static_cast<char *>(malloc(size));

@@ -44,6 +44,7 @@ struct PixState {
     uint32_t known_rows; // rows passed, so that the next one's start is known
     uint8_t astray;      // the streams stand elsewhere than at `row`, since a failure
     uint8_t must_seek;   // and the next request is to seek, wherever it goes
+    uint8_t seekable;    // every stream has been sought
 
     char *buffers[6]; // owned: of the streams, released after them
 };

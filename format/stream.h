@@ -1,7 +1,8 @@
-// Reading and writing a few bytes at a time: a packet, a sample. A call of the C library for each
-// takes longer than its coding, so the bytes move straight from and to the stream's buffer, as the
-// library's own getc_unlocked and putc_unlocked move one where they are inlined. At the edges of
-// the buffer the library does it. The caller has locked the stream, or is alone with it.
+// Small steps in a stream: a packet, a sample, a row. A call of the C library for each takes longer
+// than its coding, and a seek always makes a system call, so steps within the stream's buffer are
+// made there, as the library's own getc_unlocked and putc_unlocked make theirs where they are
+// inlined. At the edges of the buffer the library does it. The caller has locked the stream, or is
+// alone with it.
 #pragma once
 
 #include <stddef.h>
@@ -35,4 +36,18 @@ template <size_t Size>
     }
 #endif
     return fwrite_unlocked(bytes, Size, 1, fp) == 1;
+}
+
+// Moves a stream that is read by so many bytes, back or onward, if both places are in its buffer.
+// False when nothing has been done. A stream that is to be moved must be one that can seek.
+[[nodiscard]] inline bool pix_move_in_buffer(FILE *fp, long bytes)
+{
+#ifdef __GLIBC__
+    if (bytes >= fp->_IO_read_base - fp->_IO_read_ptr &&
+        bytes <= fp->_IO_read_end - fp->_IO_read_ptr) {
+        fp->_IO_read_ptr += bytes;
+        return true;
+    }
+#endif
+    return false;
 }

@@ -7,6 +7,7 @@
 
 #include "format/depth.h"
 #include "format/rows.h"
+#include "format/stream.h"
 #include "host/messages.h"
 
 #include <stdlib.h>
@@ -78,16 +79,26 @@ static long pix_row_start(const PixState *state, PixKind kind, uint32_t row)
     return file_row == 0 ? static_cast<long>(sizeof(PixHeader)) : pix_starts(state, kind)[row];
 }
 
+// Where the first row from `row` on begins in the file of one kind and field.
+static long pix_field_start(const PixState *state, PixKind kind, uint32_t field, uint32_t row)
+{
+    return pix_row_start(state, kind, state->fields ? row + ((row ^ field) & 1) : row);
+}
+
 // Seeks the first `count` streams, in the order of the kinds, to `row`: a field's to the first of
-// its rows from there on. Returns how many were sought before one failed.
-static uint32_t pix_seek_streams(PixState *state, uint32_t row, uint32_t count)
+// its rows from there on. Those that stand at the state's row, and have been sought before, are
+// moved in their buffers where that is enough. Returns how many were sought before one failed.
+static uint32_t pix_seek_streams(PixState *state, uint32_t row, uint32_t count, bool at_row)
 {
     for (uint32_t done = 0; done < count; ++done) {
         const uint32_t field = done % pix_stride(state);
         const PixKind kind = PIX_KINDS[done / pix_stride(state)];
-        const uint32_t first = state->fields ? row + ((row ^ field) & 1) : row;
         FILE *fp = *pix_kind_slots(state, kind).streams[state->fields ? 1 + field : 0];
-        if (fp && fseek(fp, pix_row_start(state, kind, first), SEEK_SET) != 0) {
+        const long start = pix_field_start(state, kind, field, row);
+        const bool moved =
+            fp && at_row && state->seekable &&
+            pix_move_in_buffer(fp, start - pix_field_start(state, kind, field, state->row));
+        if (fp && !moved && fseek(fp, start, SEEK_SET) != 0) {
             return done;
         }
     }
@@ -101,10 +112,11 @@ static uint32_t pix_seek_streams(PixState *state, uint32_t row, uint32_t count)
 static int pix_jump(PixState *state, uint32_t row)
 {
     const uint32_t streams = 3 * pix_stride(state);
-    const uint32_t sought = pix_seek_streams(state, row, streams);
+    const bool at_row = state->row_starts && !state->astray && !state->must_seek;
+    const uint32_t sought = pix_seek_streams(state, row, streams, at_row);
     if (sought < streams) {
         const int reason = errno;
-        if (pix_seek_streams(state, row < state->row ? 0 : state->row, sought) < sought) {
+        if (pix_seek_streams(state, row < state->row ? 0 : state->row, sought, false) < sought) {
             state->must_seek = 1;
         }
         errno = reason;
@@ -115,6 +127,7 @@ static int pix_jump(PixState *state, uint32_t row)
     state->row = row;
     state->astray = 0;
     state->must_seek = 0;
+    state->seekable = 1;
     return PIX_OK;
 }
 
