@@ -1,54 +1,16 @@
-// Finding and opening the files of an image. Headers are left to the opens of read/ and write/, but
-// for the one word that tells a matte from a colour file.
+// Finding and opening the files of an image. Companions are left to fileset/companions, and headers
+// to the opens of read/ and write/, but for the one word that tells a matte from a colour file.
 #include "fileset/open.h"
 
 #include "fileset/close.h"
+#include "fileset/companions.h"
 #include "fileset/names.h"
 #include "format/header.h"
-#include "host/capabilities.h"
 #include "host/messages.h"
 
-#include <stdio_ext.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 
 enum PixAttempt { PIX_FOUND, PIX_MISSED, PIX_BROKEN };
-
-// Bytes of a stream's buffer. System calls may be dear, so writing gets a large one, and so does a
-// file that fits into it whole. Rows of a longer one that are read out of order fill a whole buffer
-// each, and in reverse order two where they lie across its edge: the small size serves both.
-constexpr size_t PIX_SMALL_BUFFER = 8192;
-constexpr size_t PIX_LARGE_BUFFER = 65536;
-
-static size_t pix_buffer_size(FILE *fp, const char *mode)
-{
-    struct stat file;
-    const bool large = mode[0] == 'w' ||
-                       (fstat(fileno(fp), &file) == 0 && file.st_size <= off_t{PIX_LARGE_BUFFER});
-    return large ? PIX_LARGE_BUFFER : PIX_SMALL_BUFFER;
-}
-
-// Opens a file and gives its stream a buffer, unless it comes with one or there is no memory.
-static FILE *pix_open_stream(PixState *state, const char *name, const char *mode)
-{
-    FILE *fp = fopen(name, mode);
-    if (!fp || __fbufsize(fp) != 0) {
-        return fp;
-    }
-    const int kept = errno;
-    const size_t size = pix_buffer_size(fp, mode);
-    for (char *&buffer : state->buffers) {
-        if (!buffer) {
-            buffer = static_cast<char *>(malloc(size));
-            if (buffer) {
-                (void)setvbuf(fp, buffer, _IOFBF, size);
-            }
-            break;
-        }
-    }
-    errno = kept;
-    return fp;
-}
 
 // --- The main file --------------------------------------------------------------------------
 
@@ -236,94 +198,6 @@ static int pix_read_main_bits(const PixState *state, const PixNames *names, uint
     ERR_report_errno(reason, state->fields ? names->even : names->base);
     errno = reason;
     return 1;
-}
-
-// --- Companions -----------------------------------------------------------------------------
-
-struct PixCompanionKind {
-    PixKind kind;
-    PixCompanion companion;
-};
-
-constexpr PixCompanionKind PIX_MATTE = {PIX_KIND_MATTE, PIX_COMPANION_MATTE};
-constexpr PixCompanionKind PIX_DEPTH = {PIX_KIND_DEPTH, PIX_COMPANION_DEPTH};
-
-static bool pix_open_companion_file(PixState *state, FILE **slot, const char *name,
-                                    const char *mode, PixCompanion companion)
-{
-    const char *path = pix_companion_path(name, mode, companion);
-    *slot = path ? pix_open_stream(state, path, mode) : nullptr;
-    return *slot != nullptr;
-}
-
-// Opens one companion, or its pair of field files. False, with errno as the reason and nothing left
-// open or named, when there is none to be had.
-static bool pix_open_companion(PixState *state, const PixNames *names, const char *mode,
-                               PixCompanionKind which)
-{
-    const PixKindSlots slots = pix_kind_slots(state, which.kind);
-    const char *path = pix_companion_path(names->base, mode, which.companion);
-    if (!path) {
-        return false;
-    }
-    *slots.name = STR_save(path);
-    if (!*slots.name) {
-        PIX_REPORT(PIX_MSG_NO_MEMORY);
-        return false;
-    }
-    bool open = false;
-    if (state->fields) {
-        open =
-            pix_open_companion_file(state, slots.streams[1], names->even, mode, which.companion) &&
-            pix_open_companion_file(state, slots.streams[2], names->odd, mode, which.companion);
-    } else {
-        *slots.streams[0] = pix_open_stream(state, path, mode);
-        open = *slots.streams[0] != nullptr;
-    }
-    if (open) {
-        *slots.present = 1;
-        return true;
-    }
-    const int reason = errno;
-    pix_drop_kind(state, which.kind);
-    free(*slots.name);
-    *slots.name = nullptr;
-    errno = reason;
-    return false;
-}
-
-static void pix_open_read_companions(PixState *state, const PixNames *names, ImageInfo *info)
-{
-    const int32_t choice = state->channel_choice;
-    const bool wants_depth = choice == PIX_CHANNELS_RGB_MATTE_Z;
-    const bool wants_matte = choice == PIX_CHANNELS_RGB_MATTE || wants_depth;
-    info->matte_count = wants_matte && pix_open_companion(state, names, "r", PIX_MATTE);
-    info->aux_count = wants_depth && pix_open_companion(state, names, "r", PIX_DEPTH);
-    if (info->aux_count) {
-        info->aux_width = 31;
-    }
-}
-
-static void pix_open_write_companions(PixState *state, const PixNames *names, ImageInfo *info)
-{
-    if (info->channel_count == 0) {
-        return; // the main file is the image's matte or depth
-    }
-    const int32_t choice = state->channel_choice;
-    const bool takes_depth = choice == PIX_CHANNELS_RGB_MATTE_Z;
-    const bool takes_matte = choice == PIX_CHANNELS_RGB_MATTE || takes_depth;
-    if (!takes_matte) {
-        info->matte_count = 0;
-    } else if (info->matte_count == 1 && !pix_open_companion(state, names, "w", PIX_MATTE)) {
-        PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_NO_MATTE_FILE, names->base, strerror(errno));
-        info->matte_count = 0;
-    }
-    if (!takes_depth) {
-        info->aux_count = 0;
-    } else if (info->aux_count == 1 && !pix_open_companion(state, names, "w", PIX_DEPTH)) {
-        PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_NO_DEPTH_FILE, names->base, strerror(errno));
-        info->aux_count = 0;
-    }
 }
 
 // --- The set --------------------------------------------------------------------------------

@@ -1,8 +1,12 @@
-// Making the state, and finding what it holds by kind and by row.
+// Making the state, giving it streams, and finding what it holds by kind and by row.
 #include "fileset/state.h"
 
 #include "host/capabilities.h"
 #include "host/messages.h"
+
+#include <stdio_ext.h>
+#include <stdlib.h>
+#include <sys/stat.h>
 
 PixState *pix_attach_state(ImageHandle *handle)
 {
@@ -22,6 +26,41 @@ PixState *pix_attach_state(ImageHandle *handle)
     state->mode = 'r';
     state->channel_choice = PIX_CHANNELS_UNDECIDED;
     return state;
+}
+
+// Bytes of a stream's buffer. System calls may be dear, so writing gets a large one, and so does a
+// file that fits into it whole. Rows of a longer one that are read out of order fill a whole buffer
+// each, and in reverse order two where they lie across its edge: the small size serves both.
+constexpr size_t PIX_SMALL_BUFFER = 8192;
+constexpr size_t PIX_LARGE_BUFFER = 65536;
+
+static size_t pix_buffer_size(FILE *fp, const char *mode)
+{
+    struct stat file;
+    const bool large = mode[0] == 'w' ||
+                       (fstat(fileno(fp), &file) == 0 && file.st_size <= off_t{PIX_LARGE_BUFFER});
+    return large ? PIX_LARGE_BUFFER : PIX_SMALL_BUFFER;
+}
+
+FILE *pix_open_stream(PixState *state, const char *name, const char *mode)
+{
+    FILE *fp = fopen(name, mode);
+    if (!fp || __fbufsize(fp) != 0) {
+        return fp;
+    }
+    const int kept = errno;
+    const size_t size = pix_buffer_size(fp, mode);
+    for (char *&buffer : state->buffers) {
+        if (!buffer) {
+            buffer = static_cast<char *>(malloc(size));
+            if (buffer) {
+                (void)setvbuf(fp, buffer, _IOFBF, size);
+            }
+            break;
+        }
+    }
+    errno = kept;
+    return fp;
 }
 
 PixKindSlots pix_kind_slots(PixState *state, PixKind kind)

@@ -72,6 +72,11 @@ struct PixRowFiles {
 // choice. Returns the state; or null when memory is exhausted, with vyn__err set and no message.
 [[nodiscard]] PixState *pix_attach_state(ImageHandle *handle);
 
+// Opens a file with fopen and gives the stream a buffer of the state's, unless it comes with one or
+// there is no memory. Null, with errno, when it cannot be opened. The caller keeps the stream in
+// one of the state's slots.
+[[nodiscard]] FILE *pix_open_stream(PixState *state, const char *name, const char *mode);
+
 [[nodiscard]] PixKindSlots pix_kind_slots(PixState *state, PixKind kind);
 
 // Which streams hold file row `row`: the one place that knows fields from single files.
