@@ -195,7 +195,9 @@ ExitCode find_range(Source *source, DepthRange *range)
     return EXIT_FINE;
 }
 
-ExitCode write_depth_view(const std::string &output, Source *source, PendingSet *set)
+// `words` are to be said of the file once it stands under its name.
+ExitCode write_depth_view(const std::string &output, Source *source, PendingSet *set,
+                          std::string *words)
 {
     DepthRange range;
     if (const ExitCode code = find_range(source, &range)) {
@@ -217,13 +219,9 @@ ExitCode write_depth_view(const std::string &output, Source *source, PendingSet 
     if (!writer) {
         return EXIT_IO;
     }
-    const ExitCode code = copy_rows(source, writer.get(), true);
-    if (code == EXIT_FINE) {
-        complain(output, empty ? "a view of a depth in which nothing is seen, not the depth itself"
-                               : "a view of the depth from " + from + " to " + to +
-                                     ", not the depth itself");
-    }
-    return code;
+    *words = empty ? "a view of a depth in which nothing is seen, not the depth itself"
+                   : "a view of the depth from " + from + " to " + to + ", not the depth itself";
+    return copy_rows(source, writer.get(), true);
 }
 
 bool is_part_of(const FileSet &files, const std::string &output)
@@ -255,12 +253,17 @@ ExitCode export_open(const ExportOptions &options, const Job &job, Source *sourc
     if (const ExitCode code = write_picture(options, job, source, &set)) {
         return code;
     }
+    std::string words;
     if (view_wanted) {
-        if (const ExitCode code = write_depth_view(options.depth_picture, source, &set)) {
+        if (const ExitCode code = write_depth_view(options.depth_picture, source, &set, &words)) {
             return code;
         }
     }
-    return put_in_place(&set, {});
+    const ExitCode code = put_in_place(&set, {});
+    if (code == EXIT_FINE && view_wanted) {
+        complain(options.depth_picture, words);
+    }
+    return code;
 }
 
 // A picture of which a companion has been left out is exported, but not with exit code 0.

@@ -50,8 +50,8 @@ ExitCode verify(const Session &session, const std::string &file, bool shows_rows
     if (code == EXIT_IO) {
         complain(source.name, defect);
     } else if (code == EXIT_FINE) {
-        print_line(source.name + ": ok (" + std::to_string(source.height) + " rows; " +
-                   kinds_of(source) + ")");
+        print_line(source.name + ": ok (" + std::to_string(source.height) +
+                   (source.height == 1 ? " row; " : " rows; ") + kinds_of(source) + ")");
     } else {
         print_line(source.name + ": " + defect);
     }
