@@ -21,7 +21,7 @@ template <size_t Size>
         return true;
     }
 #endif
-    return fread_unlocked(bytes, Size, 1, fp) == 1;
+    return fread(bytes, Size, 1, fp) == 1;
 }
 
 // Writes `Size` bytes as one item. False when the stream does not take them all.
@@ -35,7 +35,7 @@ template <size_t Size>
         return true;
     }
 #endif
-    return fwrite_unlocked(bytes, Size, 1, fp) == 1;
+    return fwrite(bytes, Size, 1, fp) == 1;
 }
 
 // Moves a stream that is read by so many bytes, back or onward, if both places are in its buffer.
