@@ -26,6 +26,10 @@ static long *pix_starts(const PixState *state, PixKind kind)
 
 void pix_start_table(PixState *state)
 {
+    const PixRowFiles files = pix_row_files(state, 0);
+    if (pix_is_standard_stream(files.colour ? files.colour : files.matte)) {
+        return;
+    }
     const int kept = errno;
     const auto entries = static_cast<size_t>(state->height) + 2;
     state->row_starts = static_cast<long *>(malloc(2 * entries * sizeof(long)));
@@ -85,19 +89,20 @@ static long pix_field_start(const PixState *state, PixKind kind, uint32_t field,
     return pix_row_start(state, kind, state->fields ? row + ((row ^ field) & 1) : row);
 }
 
-// Seeks the first `count` streams, in the order of the kinds, to `row`: a field's to the first of
-// its rows from there on. Those that stand at the state's row, and have been sought before, are
-// moved in their buffers where that is enough. Returns how many were sought before one failed.
-static uint32_t pix_seek_streams(PixState *state, uint32_t row, uint32_t count, bool at_row)
+// Seeks the first `count` streams, in the order of the kinds, to row `to`: a field's to the first
+// of its rows from there on. If they are known to stand at row `from` and to be able to seek, they
+// are moved in their buffers where that is enough. Returns how many were sought before one failed.
+static uint32_t pix_seek_streams(PixState *state, uint32_t from, uint32_t to, uint32_t count,
+                                 bool known)
 {
     for (uint32_t done = 0; done < count; ++done) {
         const uint32_t field = done % pix_stride(state);
         const PixKind kind = PIX_KINDS[done / pix_stride(state)];
         FILE *fp = *pix_kind_slots(state, kind).streams[state->fields ? 1 + field : 0];
-        const long start = pix_field_start(state, kind, field, row);
+        const long start = pix_field_start(state, kind, field, to);
         const bool moved =
-            fp && at_row && state->seekable &&
-            pix_move_in_buffer(fp, start - pix_field_start(state, kind, field, state->row));
+            fp && known &&
+            pix_move_in_buffer(fp, start - pix_field_start(state, kind, field, from));
         if (fp && !moved && fseek(fp, start, SEEK_SET) != 0) {
             return done;
         }
@@ -112,11 +117,12 @@ static uint32_t pix_seek_streams(PixState *state, uint32_t row, uint32_t count, 
 static int pix_jump(PixState *state, uint32_t row)
 {
     const uint32_t streams = 3 * pix_stride(state);
-    const bool at_row = state->row_starts && !state->astray && !state->must_seek;
-    const uint32_t sought = pix_seek_streams(state, row, streams, at_row);
+    const bool known = state->row_starts && state->seekable && !state->astray && !state->must_seek;
+    const uint32_t sought = pix_seek_streams(state, state->row, row, streams, known);
     if (sought < streams) {
         const int reason = errno;
-        if (pix_seek_streams(state, row < state->row ? 0 : state->row, sought, false) < sought) {
+        const uint32_t left = row < state->row ? 0 : state->row;
+        if (pix_seek_streams(state, row, left, sought, true) < sought) {
             state->must_seek = 1;
         }
         errno = reason;

@@ -10,8 +10,9 @@ struct PixRowSize {
     long matte;
 };
 
-// Makes the table of row starts of an image whose streams stand at their first rows. Without memory
-// for it, earlier rows are reached from the header.
+// Makes the table of row starts of an image whose streams stand at their first rows. Without one,
+// earlier rows are reached from the header: when there is no memory for it, and on standard input,
+// which the host's other users may move between two rows.
 void pix_start_table(PixState *state);
 
 // Brings the streams to `row`: by seeking to where it is known to begin, or else by passing over

@@ -174,6 +174,32 @@ TEST_F(ReadTest, AnyOrderGivesTheSameRows)
     }
 }
 
+// What others do with standard input between two rows is undone by going back.
+TEST_F(ReadTest, StandardInputThatOthersMove)
+{
+    make_image("a.pix");
+    FILE *const kept = stdin;
+    stdin = fopen(path("r/a.pix").c_str(), "r");
+    ImageHandle *handle = standin_new_reader("/dev/stdin");
+    ASSERT_EQ(module.read_open(handle), 1);
+    std::vector<Answer> rows;
+    for (int32_t y = 0; y < 5; ++y) {
+        rows.push_back(ask(handle, y));
+        EXPECT_EQ(rows.back().first.back(), 0);
+    }
+    for (const int32_t y : {3, 2, 1, 0}) {
+        EXPECT_TRUE(module.is_file("/dev/stdin", stdin)); // reads its header
+        EXPECT_EQ(ask(handle, 4).first, rows[4].first);
+        (void)fseek(stdin, 20, SEEK_SET);
+        (void)ask(handle, y);
+        EXPECT_EQ(ask(handle, 4).first, rows[4].first);
+        EXPECT_EQ(ask(handle, y).first, rows[static_cast<size_t>(y)].first);
+    }
+    EXPECT_EQ(handle->close_proc(handle), 0);
+    (void)fclose(stdin);
+    stdin = kept;
+}
+
 // --- Names and places -----------------------------------------------------------------------
 
 TEST_F(ReadTest, SearchList)
