@@ -2,9 +2,11 @@
 // prints, how it exits, which files it leaves, and what comes back from a round trip.
 #include "tests/support.h"
 
+#include <OpenEXR/ImfChannelList.h>
 #include <OpenEXR/ImfFrameBuffer.h>
 #include <OpenEXR/ImfHeader.h>
 #include <OpenEXR/ImfInputFile.h>
+#include <OpenEXR/ImfOutputFile.h>
 #include <png.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -117,6 +119,9 @@ const Case CASES[] = {
     {"mkdir ../mask/c.pix; vorla verify c.pix; c=$?; rmdir ../mask/c.pix; (exit $c)", 3, "", "Is a directory", ""},
     {":>../tmp/e.pix; vorla verify -r ../tmp; c=$?; rm ../tmp/e.pix; (exit $c)", 1, "within its header", "", ""},
     {"mv f.pix.o ../tmp; vorla verify f.pix; c=$?; mv ../tmp/f.pix.o .; (exit $c)", 3, "", "f.pix.o", ""},
+    {"mv f.pix.o ../tmp; vorla probe f.pix; c=$?; mv ../tmp/f.pix.o .; (exit $c)", 3, "", "f.pix.o: ", ""},
+    {"mv ../depth/d.pix ../tmp; mkdir ../depth/d.pix; vorla info d.pix; c=$?; rmdir ../depth/d.pix; mv ../tmp/d.pix ../depth; (exit $c)", 3, "", "Is a directory", ""},
+    {"mv ../depth/d.pix ../tmp; ln -s no ../depth/d.pix; vorla verify d.pix; c=$?; mv ../tmp/d.pix ../depth; (exit $c)", 3, "the matte", "the depth", ""},
     {"vorla verify missing.pix cut.pix", 3, CUT, "vorla: missing.pix: ", ""},
     {"vorla export a.pix a.png", 0, "", "", "r/a.png "},
     {"vorla export a.pix - | cat", 0, "PNG", "", ""},
@@ -148,6 +153,8 @@ const Case CASES[] = {
     {"vorla --help", 0, "verify", "", ""},
     {"vorla info --wrong a.pix", 2, "", "--wrong", ""},
     {"vorla info --channels grey a.pix", 2, "", "grey", ""},
+    {"vorla export a.pix", 2, "", "OUT is missing", ""},
+    {"vorla export --linear a.pix a.png", 2, "", "OpenEXR", ""},
     {"vorla export a.pix a.tga", 2, "", "a.tga", ""},
     {"vorla export a.pix c.pix ../tmp", 2, "", "--to", ""},
 };
@@ -196,6 +203,50 @@ TEST_F(VorlaTest, RoundTrips)
         }
         EXPECT_EQ(contents("b/depth/a.pix"), type == "exr" ? contents("depth/a.pix") : Bytes());
     }
+    good("vorla export -q --linear --depth float a.pix 3.exr && "
+         "vorla import -q --linear 3.exr ../b/r/l.pix");
+    EXPECT_EQ(contents("b/r/l.pix"), contents("r/a.pix"));
+    EXPECT_EQ(contents("b/mask/l.pix"), contents("mask/a.pix"));
+    const Bytes depths = hex("00000001 05F5E100 7FFFFFFF 01000000"); // 24 bits of the last
+    EXPECT_EQ(contents("b/depth/l.pix"), depth_header(4, 2) + depths + depths);
+    EXPECT_FALSE(contents("r/1.exr") == contents("r/3.exr"));
+}
+
+// Pictures of other programs: an interlaced PNG, and grey OpenEXR at an offset.
+TEST_F(VorlaTest, OtherPictures)
+{
+    const Bytes first = hex("010203 010203 0A0B0C");
+    const Bytes last = hex("F0F1F2 FFFEFD FFFEFD");
+    FILE *file = fopen("i.png", "w");
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    png_init_io(png, file);
+    png_set_IHDR(png, info, 3, 2, 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_ADAM7, 0, 0);
+    png_write_info(png, info);
+    png_bytep rows[] = {const_cast<png_bytep>(first.data()), const_cast<png_bytep>(last.data())};
+    png_write_image(png, rows);
+    png_write_end(png, nullptr);
+    png_destroy_write_struct(&png, &info);
+    (void)fclose(file);
+    good("vorla import i.png i.pix");
+    EXPECT_EQ(contents("r/i.pix"),
+              colour_header(3, 2) + hex("02030201 010C0B0A 01F2F1F0 02FDFEFF"));
+
+    const Imath::Box2i window({-5, 7}, {-4, 8});
+    Imf::Header header(window, window);
+    header.channels().insert("Y", Imf::Channel(Imf::FLOAT));
+    float grey[] = {0, 1, 2, -1}; // the last two are clamped
+    Imf::FrameBuffer buffer;
+    buffer.insert("Y", Imf::Slice::Make(Imf::FLOAT, grey, window));
+    {
+        Imf::OutputFile picture("y.exr", header);
+        picture.setFrameBuffer(buffer);
+        picture.writePixels(2);
+    }
+    good("vorla import y.exr y.pix && vorla import --matte y.exr ym.pix");
+    EXPECT_EQ(contents("r/y.pix"),
+              colour_header(2, 2) + hex("01000000 01FFFFFF 01FFFFFF 01000000"));
+    EXPECT_EQ(contents("r/ym.pix"), colour_header(2, 2, 8) + hex("0100 01FF 01FF 0100"));
 }
 
 TEST_F(VorlaTest, SamplesOfAPng)

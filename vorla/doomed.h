@@ -5,7 +5,7 @@
 #include <csignal>
 #include <string>
 
-// Holds SIGHUP, SIGINT, SIGQUIT and SIGTERM back while it lives, so that names on disk and the list
+// Holds the signals that end the program back while it lives, so that names on disk and the list
 // change together.
 struct SignalsHeld {
     sigset_t before;

@@ -8,6 +8,7 @@
 #include "vorla/progress.h"
 
 #include "format/depth.h"
+#include "host/messages.h"
 
 #include <sys/stat.h>
 
@@ -55,19 +56,20 @@ ExitCode misuse(const std::string &file, const std::string &what)
     return EXIT_USAGE;
 }
 
-// Jobs into a directory. Two that would make the same file are wrong usage, as when both fields of
-// a picture are named.
+// Jobs into a directory. Both fields of a picture make one; two pictures that would make the same
+// file are wrong usage.
 ExitCode plan_directory(const ExportOptions &options, std::vector<Job> *jobs)
 {
-    if (options.to.empty()) {
-        return misuse(options.output,
-                      "cannot export to a directory: --to png or --to exr is missing");
-    }
     if (!is_directory(options.output)) {
         struct stat entry;
         const int reason = stat(options.output.c_str(), &entry) == 0 ? ENOTDIR : errno;
-        complain(options.output, std::string("cannot write into it: ") + strerror(reason));
+        complain(options.output,
+                 std::string("cannot export several pictures into it: ") + strerror(reason));
         return EXIT_IO;
+    }
+    if (options.to.empty()) {
+        return misuse(options.output,
+                      "cannot export to a directory: --to png or --to exr is missing");
     }
     std::map<std::string, std::string> taken;
     const std::string directory = options.output + (options.output.ends_with('/') ? "" : "/");
@@ -133,7 +135,7 @@ PictureShape shape_of(const Source &source)
     shape.matte = source.matte;
     shape.depth = source.depth;
     const ImageInfo &info = *source.handle->info;
-    if (strcmp(info.format_label, "unknown") != 0) {
+    if (strcmp(info.format_label, PIX_LABEL_FORMAT.text) != 0) {
         // Six digits, which is what the aspects have, so that square pixels are 1.
         const double aspect = double{info.aspect} * source.height / source.width;
         shape.pixel_aspect = static_cast<float>(std::round(aspect * 1e6) / 1e6);
@@ -184,7 +186,8 @@ ExitCode find_range(Source *source, DepthRange *range)
         if (const ExitCode code = read_row(source, row)) {
             return code;
         }
-        const int32_t *depths = depth_row(*source);
+        const auto *depths =
+            static_cast<const int32_t *>(source->rows[depth_index(shape_of(*source))]);
         for (int32_t x = 0; x < source->width; ++x) {
             if (depths[x] < PIX_DEPTH_LIMIT) {
                 range->nearest = std::min(range->nearest, depths[x]);
@@ -296,6 +299,9 @@ ExitCode run_export(const Session &session, const ExportOptions &options)
     if (!options.depth_picture.empty() && is_one_output(jobs[0].output, options.depth_picture)) {
         return misuse(options.depth_picture,
                       "cannot be both the picture and the view of its depth");
+    }
+    if ((options.linear || options.depth_float) && !jobs[0].to_exr) {
+        return misuse(jobs[0].output, "cannot export: --linear and --depth float are for OpenEXR");
     }
     const bool several = jobs.size() > 1;
     if (several) {

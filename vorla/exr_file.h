@@ -10,9 +10,8 @@
 
 struct ExrOptions {
     bool linear = false;
-    bool depth_float =
-        false;               // writing: Z as FLOAT, which holds 24 bits; else UINT, which holds all
-    bool matte_only = false; // reading: Y is the matte, not a grey colour
+    bool depth_float = false; // writing: Z as FLOAT, of 24 bits; else as UINT, which holds all
+    bool matte_only = false;  // reading: Y is the matte, not a grey colour
 };
 
 #ifdef VORLA_HAVE_EXR

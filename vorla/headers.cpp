@@ -1,21 +1,14 @@
 // Reading headers, and the sentences about them.
 #include "vorla/headers.h"
 
+#include "format/header.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
 #include <unistd.h>
 
 namespace {
-
-constexpr uint32_t MAX_SIZE = 16383;
-constexpr uint32_t COLOUR_BITS = 24;
-constexpr uint32_t MATTE_BITS = 8;
-
-uint32_t word(const uint8_t *bytes)
-{
-    return static_cast<uint32_t>(bytes[0]) << 8 | bytes[1];
-}
 
 // How a sentence about a file begins. A main file alone is the one that the line is about already.
 std::string name_of(const FileSet &files, const std::string &path, FileKind kind)
@@ -49,41 +42,39 @@ int read_start(const std::string &path, uint8_t *bytes, size_t size)
 
 Header read_one(const FileSet &files, const std::string &path, FileKind kind)
 {
-    uint8_t bytes[10] = {};
+    uint8_t bytes[sizeof(PixHeader)] = {};
     Header header;
-    const int error = read_start(path, bytes, kind == KIND_DEPTH ? 8 : 10);
+    const int error =
+        read_start(path, bytes, kind == KIND_DEPTH ? sizeof(PixDepthHeader) : sizeof(PixHeader));
     if (error < 0) {
         header.fault = name_of(files, path, kind) + " ends within its header";
     } else if (error > 0) {
         header.error = error;
         header.fault = name_of(files, path, kind) + " cannot be read: " + strerror(error);
     } else if (kind == KIND_DEPTH) {
-        header.tag = word(bytes) << 16 | word(bytes + 2);
-        header.width = word(bytes + 4);
-        header.height = word(bytes + 6);
+        header.tag = pix_long(bytes);
+        header.width = pix_word(bytes + offsetof(PixDepthHeader, width));
+        header.height = pix_word(bytes + offsetof(PixDepthHeader, height));
     } else {
-        header.width = word(bytes);
-        header.height = word(bytes + 2);
-        header.tag = word(bytes + 8);
+        header.width = pix_word(bytes + offsetof(PixHeader, width));
+        header.height = pix_word(bytes + offsetof(PixHeader, height));
+        header.tag = pix_word(bytes + offsetof(PixHeader, bits));
     }
     return header;
 }
 
-// What is wrong with a header of its own; "" when nothing is.
-std::string fault_of(const Header &header, FileKind kind)
+// What the module refuses in a header that has been read; "" when nothing.
+std::string refusal_of(const Header &header, FileKind kind)
 {
     const std::string tag = std::to_string(header.tag);
-    if (kind == KIND_MAIN && header.tag != COLOUR_BITS && header.tag != MATTE_BITS) {
+    if (kind == KIND_MAIN && header.tag != PIX_COLOUR_BITS && header.tag != PIX_MATTE_BITS) {
         return " has " + tag + " bits a pixel, not 24 or 8";
     }
-    if (kind == KIND_MATTE && header.tag != MATTE_BITS) {
+    if (kind == KIND_MATTE && header.tag != PIX_MATTE_BITS) {
         return " has " + tag + " bits a pixel, not 8";
     }
-    if (header.width > MAX_SIZE || header.height > MAX_SIZE) {
+    if (header.width > PIX_MAX_SIZE || header.height > PIX_MAX_SIZE) {
         return " is " + size_of(header) + " pixels, more than 16383 x 16383";
-    }
-    if (kind == KIND_DEPTH && header.tag != MAGIC_DEPTH_INT && header.tag != MAGIC_DEPTH_FLOAT) {
-        return " begins with " + tag + ", not with 56655 or 55655";
     }
     return "";
 }
@@ -125,18 +116,29 @@ Header read_header(const FileSet &files, FileKind kind)
     return even;
 }
 
-std::string header_fault(const FileSet &files, FileKind kind)
+std::string refused_header(const FileSet &files, FileKind kind)
 {
     const Header header = read_header(files, kind);
     if (!header.fault.empty()) {
         return header.fault;
     }
-    const std::string name = name_of(files, paths_of(files, kind)[0], kind);
-    const std::string fault = fault_of(header, kind);
-    if (!fault.empty()) {
-        return name + fault;
+    const std::string refusal = refusal_of(header, kind);
+    return refusal.empty() ? "" : name_of(files, paths_of(files, kind)[0], kind) + refusal;
+}
+
+std::string header_fault(const FileSet &files, FileKind kind)
+{
+    const std::string refused = refused_header(files, kind);
+    if (!refused.empty() || kind == KIND_MAIN) {
+        return refused;
     }
-    const Header main = kind == KIND_MAIN ? header : read_header(files, KIND_MAIN);
+    const Header header = read_header(files, kind);
+    const std::string name = name_of(files, paths_of(files, kind)[0], kind);
+    if (kind == KIND_DEPTH && header.tag != PIX_MAGIC_DEPTH_INT &&
+        header.tag != PIX_MAGIC_DEPTH_FLOAT) {
+        return name + " begins with " + std::to_string(header.tag) + ", not with 56655 or 55655";
+    }
+    const Header main = read_header(files, KIND_MAIN);
     if (main.fault.empty() && (header.width != main.width || header.height != main.height)) {
         return name + " is " + size_of(header) + " pixels, the picture " + size_of(main);
     }

@@ -7,9 +7,6 @@
 
 enum FileKind { KIND_MAIN, KIND_MATTE, KIND_DEPTH };
 
-constexpr uint32_t MAGIC_DEPTH_FLOAT = 55655;
-constexpr uint32_t MAGIC_DEPTH_INT = 56655;
-
 // What the file or the field pair of one kind says of itself.
 struct Header {
     std::string fault; // "" or a sentence; the other members are then not set
@@ -23,8 +20,10 @@ struct Header {
 // "/dev/stdin", is read without being moved.
 [[nodiscard]] Header read_header(const FileSet &files, FileKind kind);
 
-// Says what is wrong with the files of one kind, those of companions also when they do not fit the
-// main file; "" when nothing is.
+// Says what in the files of one kind makes the module refuse the picture; "" when nothing does.
+[[nodiscard]] std::string refused_header(const FileSet &files, FileKind kind);
+
+// The same, and for companions what makes the module do without them.
 [[nodiscard]] std::string header_fault(const FileSet &files, FileKind kind);
 
 // "matte" or "depth".

@@ -71,6 +71,10 @@ ExitCode open_picture(FILE *file, const ImportOptions &options, std::unique_ptr<
         complain(name, std::string("cannot read: ") + strerror(errno));
         return EXIT_IO;
     }
+    if (options.linear && !is_exr) {
+        complain(name, "cannot import: --linear is for OpenEXR");
+        return EXIT_USAGE;
+    }
     return is_exr ? open_exr(file, name, {options.linear, false, options.matte_only}, reader)
                   : open_png(file, name, options.matte_only, reader);
 }
@@ -153,8 +157,8 @@ ImageHandle *open_output(const Session &session, const std::string &temporary,
     return handle;
 }
 
-// Copies all rows. EXIT_MODULE when the module has failed, which the caller explains.
-ExitCode copy_rows(RowReader *reader, ImageHandle *handle)
+// Copies all rows. `good` becomes false when the module has failed, which the caller explains.
+ExitCode copy_rows(RowReader *reader, ImageHandle *handle, bool *good)
 {
     RowBuffers rows = make_buffers(reader->shape);
     const int32_t height = reader->shape.height;
@@ -164,7 +168,8 @@ ExitCode copy_rows(RowReader *reader, ImageHandle *handle)
         }
         void *array = rows.array.data();
         if (handle->scanline_proc(handle->priv->state, height - 1 - row, array) != 0) {
-            return EXIT_MODULE;
+            *good = false;
+            return EXIT_FINE;
         }
         show_progress(row + 1);
     }
@@ -184,9 +189,8 @@ ExitCode write_set(const Session &session, const std::string &output, const Pict
                handle->info->aux_count == (shape.depth ? 1 : 0);
         if (good) {
             start_progress(output, shape.height, "rows");
-            code = copy_rows(reader, handle);
+            code = copy_rows(reader, handle, &good);
             end_progress();
-            good = code != EXIT_MODULE;
         }
         good = handle->close_proc(handle) == 0 && good;
     }

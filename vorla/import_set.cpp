@@ -56,7 +56,8 @@ ExitCode check_set(const std::string &output, const PictureShape &shape, bool ov
     const FieldNames fields = field_names(output);
     for (const std::string &field : {fields.even, fields.odd}) {
         if (code == EXIT_FINE && !overwrite && access(field.c_str(), F_OK) == 0) {
-            complain(output, "cannot write: there is the field " + field + "; -f hides it");
+            complain(output, "cannot write: there is the field " + field +
+                                 ", which the picture would hide; -f makes it all the same");
             code = EXIT_IO;
         }
     }

@@ -3,6 +3,9 @@
 #include "vorla/commands.h"
 #include "vorla/headers.h"
 
+#include "format/header.h"
+#include "host/messages.h"
+
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
@@ -37,12 +40,12 @@ Facts facts_of(const Source &source)
     if (source.depth) {
         facts.channels.emplace_back("depth");
         facts.files.insert(facts.files.end(), source.files.depth.begin(), source.files.depth.end());
-        const bool is_float = read_header(source.files, KIND_DEPTH).tag == MAGIC_DEPTH_FLOAT;
+        const bool is_float = read_header(source.files, KIND_DEPTH).tag == PIX_MAGIC_DEPTH_FLOAT;
         facts.depth_kind = is_float ? "float" : "integer";
     }
     const ImageInfo &info = *source.handle->info;
     facts.format = info.format_label;
-    if (facts.format == "unknown") {
+    if (facts.format == PIX_LABEL_FORMAT.text) {
         facts.format.clear();
     }
     char aspect[32];

@@ -52,7 +52,7 @@ void add_common_options(CLI::App *app, Options *options)
                     "Load this module, not $VORLA_MODULE or VYNVorla.so")
         ->type_name("PATH");
     app->add_option("--channels", options->channels,
-                    "Read rgb; matte: also the matte; all: also depth (default)")
+                    "Only rgb; matte: also the matte; all: also depth (default)")
         ->check(CLI::IsMember({"rgb", "matte", "all"}))
         ->type_name("CHOICE");
     app->add_flag("--search", options->search,
@@ -79,6 +79,14 @@ void add_looking_commands(CLI::App *app, Options *options)
     add_command(app, "module", "Say what the module says of itself", "vorla module");
 }
 
+// Left alone, CLI11 puts the dots behind the last of the names.
+struct ExportFormatter : CLI::Formatter {
+    std::string make_option_usage(const CLI::Option * /*names*/) const override
+    {
+        return "IN... OUT";
+    }
+};
+
 void add_export(CLI::App *app, Options *options)
 {
     ExportOptions *exporting = &options->exporting;
@@ -90,8 +98,10 @@ void add_export(CLI::App *app, Options *options)
                      "Pictures, then the file to make, of several the directory;\n"
                      "- is standard input or, for one PNG, standard output")
         ->required()
-        ->expected(2, -1)
-        ->type_name("");
+        ->option_text("REQUIRED")
+        ->expected(-1);
+    command->formatter(std::make_shared<ExportFormatter>());
+    command->get_formatter()->column_width(24);
     command->add_option("--to", exporting->to, "png or exr, if the name of OUT does not tell")
         ->check(CLI::IsMember({"png", "exr"}))
         ->type_name("FORMAT");
@@ -263,6 +273,10 @@ ExitCode parse_and_run(int argc, char **argv)
         (importing && (options.importing.input.empty() || options.importing.output.empty()));
     if (nameless) {
         complain_of_usage(app, "a name is empty");
+        return EXIT_USAGE;
+    }
+    if (command == "export" && options.files.size() < 2) {
+        complain_of_usage(app, "OUT is missing");
         return EXIT_USAGE;
     }
     return run(command, &options);

@@ -45,14 +45,15 @@ ExitCode run_probe(const Session &session, const Names &files)
         const std::string path = standard ? "/dev/stdin" : file;
         const bool is_there = access(path.c_str(), F_OK) == 0;
         ExitCode answer = EXIT_FINE;
-        std::string why;
         for (const std::string &part :
              is_there ? Names{path} : find_files(path, session.search).main) {
+            std::string why;
             answer = worst(answer, probe_file(session, part, &why));
+            if (!why.empty()) {
+                complain(standard ? shown : part, why);
+            }
         }
-        if (answer == EXIT_IO) {
-            complain(shown, why);
-        } else {
+        if (answer != EXIT_IO) {
             print_line(shown + (answer == EXIT_FINE ? ": PIX" : ": not PIX"));
         }
         code = worst(code, answer);

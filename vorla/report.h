@@ -13,7 +13,8 @@ enum ExitCode {
     EXIT_MODULE = 4, // the module could not be loaded
 };
 
-// Says "vorla: FILE: WHAT" on standard error. Clears a progress line that stands there first.
+// Says "vorla: FILE: WHAT" on standard error, unless that was the last thing said. Clears a
+// progress line that stands there first.
 void complain(const std::string &file, const std::string &what);
 
 // From now on the module's messages are about `file`. They are complained of as they come, or,

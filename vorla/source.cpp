@@ -18,6 +18,11 @@ bool exists(const std::string &path)
     return faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+bool is_readable(const std::string &path)
+{
+    return access(path.c_str(), R_OK) == 0;
+}
+
 // Opens a handle on the picture with a channel choice, -1 for none. Result as of imageReadOpen; the
 // handle is gone when it is 0.
 int32_t open_handle(const Source &source, int32_t channels, ImageHandle **handle)
@@ -46,14 +51,14 @@ ExitCode explain_missing(const FileSet &files, int reason, std::string *why)
 {
     if (files.fields) {
         for (size_t field = 0; field < 2; ++field) {
-            if (access(files.main[field].c_str(), R_OK) != 0) {
+            if (!is_readable(files.main[field])) {
                 *why = "cannot open the field " + files.main[field] + ": " + strerror(errno);
                 return EXIT_IO;
             }
         }
     }
     // The module tries the names of the fields last, and what it says is about those.
-    if (exists(files.main[0]) && access(files.main[0].c_str(), R_OK) != 0) {
+    if (exists(files.main[0]) && !is_readable(files.main[0])) {
         reason = errno;
     }
     *why = std::string("cannot open: ") + strerror(reason > 0 ? reason : ENOENT);
@@ -93,9 +98,10 @@ ExitCode explain_open(const FileSet &files, int reason, const std::string &words
         return unreadable ? explain_refusal(files, words, why)
                           : explain_missing(files, reason, why);
     }
-    for (const FileKind kind : {KIND_MATTE, KIND_DEPTH}) {
+    for (const FileKind kind : {KIND_MATTE, KIND_DEPTH}) { // one that cannot be opened is dropped
         const std::vector<std::string> &paths = paths_of(files, kind);
-        *why = std::any_of(paths.begin(), paths.end(), exists) ? header_fault(files, kind) : "";
+        *why =
+            std::all_of(paths.begin(), paths.end(), is_readable) ? refused_header(files, kind) : "";
         if (!why->empty()) {
             return read_header(files, kind).error > 0 ? EXIT_IO : EXIT_DAMAGED;
         }

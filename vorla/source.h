@@ -37,12 +37,12 @@ struct Source {
 // Messages have been given when the result is not EXIT_FINE, and of companions that were dropped.
 [[nodiscard]] ExitCode open_source(const Session &session, const std::string &name, Source *source);
 
-// The highest exit code of the companions that were dropped.
-[[nodiscard]] ExitCode code_of_dropped(const Source &source);
-
 // The same without a word: `why` says what went wrong, source->dropped what was dropped.
 [[nodiscard]] ExitCode try_open_source(const Session &session, const std::string &name,
                                        Source *source, std::string *why);
+
+// The highest exit code of the companions that were dropped.
+[[nodiscard]] ExitCode code_of_dropped(const Source &source);
 
 // Reads row `row`, counted from the top (scanline height - 1 - row), into source->rows. Rows in
 // increasing order cost the least.
@@ -50,23 +50,6 @@ struct Source {
 
 // The same without a word: `why` says what went wrong.
 [[nodiscard]] ExitCode try_read_row(Source *source, int32_t row, std::string *why);
-
-// The buffers of the last row read.
-inline const uint8_t *colour_row(const Source &source, int channel)
-{
-    return static_cast<const uint8_t *>(source.rows[channel]);
-}
-
-inline const uint8_t *matte_row(const Source &source)
-{
-    return static_cast<const uint8_t *>(source.rows[source.colour ? 3 : 0]);
-}
-
-inline const int32_t *depth_row(const Source &source)
-{
-    return static_cast<const int32_t *>(
-        source.rows[(source.colour ? 3 : 0) + (source.matte ? 1 : 0)]);
-}
 
 // Closes the picture; harmless on one that is not open.
 [[nodiscard]] ExitCode close_source(Source *source);

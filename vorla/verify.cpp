@@ -16,13 +16,9 @@ std::string kinds_of(const Source &source)
     return kinds.substr(2);
 }
 
-// Finds the first defect of an open picture.
+// Finds the first row of an open picture that cannot be read.
 ExitCode find_defect(Source *source, bool shows_rows, std::string *defect)
 {
-    if (!source->dropped.empty()) {
-        *defect = source->dropped.front().reason;
-        return code_of_dropped(*source);
-    }
     if (shows_rows) {
         start_progress(source->name, source->height, "rows");
     }
@@ -39,23 +35,34 @@ ExitCode find_defect(Source *source, bool shows_rows, std::string *defect)
     return code;
 }
 
+void print_defect(const Source &source, ExitCode code, const std::string &defect)
+{
+    if (code == EXIT_IO) {
+        complain(source.name, defect);
+    } else {
+        print_line(source.name + ": " + defect);
+    }
+}
+
 ExitCode verify(const Session &session, const std::string &file, bool shows_rows)
 {
     Source source;
     std::string defect;
     ExitCode code = try_open_source(session, file, &source, &defect);
-    if (code == EXIT_FINE) {
+    for (const Dropped &dropped : source.dropped) {
+        print_defect(source, dropped.code, dropped.reason);
+    }
+    if (code == EXIT_FINE && source.dropped.empty()) {
         code = find_defect(&source, shows_rows, &defect);
+        if (code == EXIT_FINE) {
+            print_line(source.name + ": ok (" + std::to_string(source.height) +
+                       (source.height == 1 ? " row; " : " rows; ") + kinds_of(source) + ")");
+        }
     }
-    if (code == EXIT_IO) {
-        complain(source.name, defect);
-    } else if (code == EXIT_FINE) {
-        print_line(source.name + ": ok (" + std::to_string(source.height) +
-                   (source.height == 1 ? " row; " : " rows; ") + kinds_of(source) + ")");
-    } else {
-        print_line(source.name + ": " + defect);
+    if (!defect.empty()) {
+        print_defect(source, code, defect);
     }
-    return worst(code, close_source(&source));
+    return worst(worst(code, code_of_dropped(source)), close_source(&source));
 }
 
 // Replaces directories by the pictures in them.
