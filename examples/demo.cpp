@@ -190,18 +190,10 @@ std::vector<int32_t> scanlines_in(RowOrder order, int32_t height)
 
 // --- The steps ------------------------------------------------------------------------------
 
-// A string that the module exports.
-const char *text_of(const StandinModule &module, const char *symbol)
-{
-    const void *address = standin_symbol(&module, symbol);
-    const char *text = address ? *static_cast<const char *const *>(address) : nullptr;
-    return text ? text : "unknown";
-}
-
 void describe_module(const StandinModule &module)
 {
-    printf("module of format %s, extension %s, version %s\n", text_of(module, "imageName"),
-           text_of(module, "imageExtension"), text_of(module, "version"));
+    printf("module of format %s, extension %s, version %s\n", standin_text(&module, "imageName"),
+           standin_text(&module, "imageExtension"), standin_text(&module, "version"));
     const CapabilityEntry *entry = nullptr;
     int32_t counts[3] = {};
     module.capability(&entry, &counts[0], &counts[1], &counts[2]);

@@ -150,8 +150,9 @@ static PixAttempt pix_try_pair(PixState *state, const char *list, PixNames *name
     return PIX_FOUND;
 }
 
-// Tries the name as it is and then under the search list, as a single file and, when reading, as a
-// pair: first as what the name looks like. Replaces the names by the paths found.
+// When writing, tries the name under the search list, as a single file. When reading, tries it as
+// it is and then under the list, as a single file and as a pair: first as what the name looks like.
+// Replaces the names by the paths found.
 static PixAttempt pix_search(PixState *state, PixNames *names, const char *mode)
 {
     const char *list = getenv("KV_IMG_DIR");
@@ -186,7 +187,7 @@ static int pix_open_searching(PixState *state, PixNames *names, const char *mode
     return 1;
 }
 
-// Tells whether the main file holds a matte. Nonzero, with errno and a report, when it cannot be
+// Reads the bits a pixel of the main file. Nonzero, with errno and a report, when it cannot be
 // read.
 static int pix_read_main_bits(const PixState *state, const PixNames *names, uint16_t *bits)
 {

@@ -235,8 +235,8 @@ void imageCapability(const CapabilityEntry **table, int32_t *input_count, int32_
                      int32_t *entry_count);
 
 // Returns 1 when the first 12 bytes of the file, and in doubt its name, are those of a PIX file,
-// else 0. Opens `name`
-// unless `stream` is given; a given stream stays open and stands after the last byte read.
+// else 0. Opens `name` unless `stream` is given; a given stream stays open and stands after the
+// last byte read.
 uint8_t imageIsFile(const char *name, FILE *stream);
 
 // Opens an image for reading. Returns 1; 0 with the reason in vyn__err; or -1 when all is open but
@@ -246,7 +246,8 @@ int32_t imageReadOpen(ImageHandle *handle);
 // Opens an image for writing as `info` describes it. Returns 1, or 0 with the reason in vyn__err. A
 // companion of a colour image that is not asked for or cannot be made is left out: its count in
 // `info` is then 0, and its buffer is not among the rows. An image without colour is written as its
-// matte alone, or without one as its depth.
+// matte alone, or without one as its depth. Sizes are not checked: the header keeps their low 16
+// bits, and no reader takes a picture of more than PIX_MAX_SIZE pixels either way.
 int32_t imageWriteOpen(ImageHandle *handle);
 
 #pragma GCC visibility pop

@@ -13,26 +13,25 @@
 
 // --- Headers --------------------------------------------------------------------------------
 
-enum PixHeaderFault { PIX_HEADER_FINE, PIX_HEADER_SHORT, PIX_HEADER_FIELDS_DIFFER };
-
 // Reads the header of one kind of file; of a field pair, both headers, joined, and keeps the sizes
-// of the fields of the main file.
+// of the fields of the main file. Nonzero when one is short, or, with a message, when the two do
+// not belong together.
 template <class Header>
-[[nodiscard]] static PixHeaderFault pix_read_kind(PixState *state, PixKind kind, Header *header)
+[[nodiscard]] static int pix_read_kind(PixState *state, PixKind kind, Header *header)
 {
     const PixKindSlots slots = pix_kind_slots(state, kind);
     if (!state->fields) {
-        return pix_read_header(*slots.streams[0], header) == 0 ? PIX_HEADER_FINE : PIX_HEADER_SHORT;
+        return pix_read_header(*slots.streams[0], header);
     }
     Header even = {};
     Header odd = {};
     if (pix_read_header(*slots.streams[1], &even) != 0 ||
         pix_read_header(*slots.streams[2], &odd) != 0) {
-        return PIX_HEADER_SHORT;
+        return 1;
     }
     if (pix_join_headers(even, odd, header) != 0) {
         PIX_REPORT(PIX_MSG_FIELDS_DIFFER, *slots.name);
-        return PIX_HEADER_FIELDS_DIFFER;
+        return 1;
     }
     if (kind == PIX_KIND_COLOUR) {
         state->field[0].width = even.width;
@@ -40,7 +39,7 @@ template <class Header>
         state->field[0].height = static_cast<int16_t>(even.height);
         state->field[1].height = static_cast<int16_t>(odd.height);
     }
-    return PIX_HEADER_FINE;
+    return 0;
 }
 
 template <class Header>
@@ -93,8 +92,7 @@ static void pix_make_matte_only(PixState *state, ImageInfo *info)
 
 static int pix_check_main_header(ImageHandle *handle, PixState *state, PixHeader *header)
 {
-    if (pix_read_kind(state, PIX_KIND_COLOUR, header) != PIX_HEADER_FINE ||
-        pix_is_too_large(*header)) {
+    if (pix_read_kind(state, PIX_KIND_COLOUR, header) != 0 || pix_is_too_large(*header)) {
         return pix_refuse_header(handle, state);
     }
     if (header->bits == PIX_COLOUR_BITS) {
@@ -116,8 +114,8 @@ static int pix_check_main_header(ImageHandle *handle, PixState *state, PixHeader
 static int pix_check_matte_header(ImageHandle *handle, PixState *state, const PixHeader &image)
 {
     PixHeader header = {};
-    if (pix_read_kind(state, PIX_KIND_MATTE, &header) != PIX_HEADER_FINE ||
-        pix_is_too_large(header) || header.bits != PIX_MATTE_BITS) {
+    if (pix_read_kind(state, PIX_KIND_MATTE, &header) != 0 || pix_is_too_large(header) ||
+        header.bits != PIX_MATTE_BITS) {
         return pix_refuse_companion(PIX_LABEL_MATTE, state->matte_name);
     }
     if (header.width != image.width || header.height != image.height) {
@@ -131,8 +129,7 @@ static int pix_check_matte_header(ImageHandle *handle, PixState *state, const Pi
 static int pix_check_depth_header(ImageHandle *handle, PixState *state, const PixHeader &image)
 {
     PixDepthHeader header = {};
-    if (pix_read_kind(state, PIX_KIND_DEPTH, &header) != PIX_HEADER_FINE ||
-        pix_is_too_large(header)) {
+    if (pix_read_kind(state, PIX_KIND_DEPTH, &header) != 0 || pix_is_too_large(header)) {
         return pix_refuse_companion(PIX_LABEL_DEPTH, state->depth_name);
     }
     const bool fits = header.width == image.width && header.height == image.height;

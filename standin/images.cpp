@@ -68,6 +68,13 @@ void *standin_symbol(const StandinModule *module, const char *name)
     return dlsym(module->library, name);
 }
 
+const char *standin_text(const StandinModule *module, const char *name)
+{
+    const void *address = standin_symbol(module, name);
+    const char *text = address ? *static_cast<const char *const *>(address) : nullptr;
+    return text ? text : "unknown";
+}
+
 void standin_unload(StandinModule *module)
 {
     if (!module->library) {

@@ -38,7 +38,7 @@ void issue(const StandinMessage &message)
     if (message_sink) {
         message_sink(message, message_context);
     } else {
-        fprintf(stderr, "%s: %s\n", standin_severity(message.severity), message.text);
+        fprintf(stderr, "%s: %s\n", message.severity == 2 ? "warning" : "error", message.text);
     }
 }
 
@@ -60,11 +60,6 @@ void free_rows(void **rows)
 }
 
 } // namespace
-
-const char *standin_severity(int severity)
-{
-    return severity == 2 ? "warning" : "error";
-}
 
 void standin_set_sink(StandinSink sink, void *context)
 {

@@ -25,6 +25,9 @@ const char *standin_load(const char *path, StandinModule *module);
 // The address of a data symbol of the module, or null.
 void *standin_symbol(const StandinModule *module, const char *name);
 
+// The string of its descriptor, such as "imageName"; "unknown" without one. The module's.
+const char *standin_text(const StandinModule *module, const char *name);
+
 void standin_unload(StandinModule *module);
 
 // --- Handles --------------------------------------------------------------------------------
@@ -50,9 +53,6 @@ struct StandinMessage {
     int severity; // 2 warning, 3 error
     const char *text;
 };
-
-// "warning" or "error".
-const char *standin_severity(int severity);
 
 typedef void (*StandinSink)(const StandinMessage &message, void *context);
 

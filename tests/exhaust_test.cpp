@@ -48,7 +48,7 @@ class ExhaustTest : public ModuleTest {
         return {};
     }
 
-    // The rows, as far as they are good, the first `limit` of them; back again if all are.
+    // The first rows from the top; and back again if all are good.
     void check_rows(ImageHandle *handle)
     {
         const int32_t height = handle->info->height;

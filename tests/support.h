@@ -68,6 +68,5 @@ class ModuleTest : public testing::Test {
     size_t descriptors = 0;
 };
 
-// Samples of every row buffer of an image: `pixels` of each of `channels` byte channels, then of
-// the depth if it has one.
+// The first `width` samples of every row buffer of an image.
 std::vector<int32_t> samples(void **rows, const ImageInfo &info, int32_t width);

@@ -128,7 +128,7 @@ std::string refused_header(const FileSet &files, FileKind kind)
 
 std::string header_fault(const FileSet &files, FileKind kind)
 {
-    const std::string refused = refused_header(files, kind);
+    std::string refused = refused_header(files, kind);
     if (!refused.empty() || kind == KIND_MAIN) {
         return refused;
     }

@@ -28,9 +28,9 @@ std::string describe(const CapabilityEntry &entry)
 ExitCode run_module(const Session &session)
 {
     print_entry("path", session.module_path);
-    print_entry("name", module_text(session, "imageName"));
-    print_entry("version", module_text(session, "version"));
-    print_entry("extension", module_text(session, "imageExtension"));
+    print_entry("name", standin_text(&session.module, "imageName"));
+    print_entry("version", standin_text(&session.module, "version"));
+    print_entry("extension", standin_text(&session.module, "imageExtension"));
     const CapabilityEntry *table = nullptr;
     int32_t inputs = 0;
     int32_t outputs = 0;

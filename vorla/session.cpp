@@ -63,10 +63,3 @@ ExitCode load_module(const std::string &path, Session *session)
     complain(file, "cannot load the module: " + why);
     return EXIT_MODULE;
 }
-
-const char *module_text(const Session &session, const char *symbol)
-{
-    const void *address = standin_symbol(&session.module, symbol);
-    const char *text = address ? *static_cast<const char *const *>(address) : nullptr;
-    return text ? text : "unknown";
-}

@@ -17,6 +17,3 @@ struct Session {
 // Loads the module at `path`; when that is empty, at $VORLA_MODULE, else beside the program, else
 // in ../lib/vorla from there. EXIT_MODULE, after a complaint, when it cannot be loaded.
 [[nodiscard]] ExitCode load_module(const std::string &path, Session *session);
-
-// A string that the module exports, such as "imageName"; "unknown" without it. The module's.
-[[nodiscard]] const char *module_text(const Session &session, const char *symbol);

@@ -40,7 +40,7 @@ ExitCode consider(const Session &session, const fs::path &path, Names *files)
     }
     const bool is_pix = session.module.is_file(path.c_str(), stream) == 1;
     (void)fclose(stream);
-    if (is_pix || path.extension() == module_text(session, "imageExtension") ||
+    if (is_pix || path.extension() == standin_text(&session.module, "imageExtension") ||
         has_companion(file)) {
         files->push_back(file);
     }
