@@ -60,13 +60,20 @@ static bool pix_open_companion(PixState *state, const PixNames *names, const cha
     return false;
 }
 
+static bool pix_wants_depth(const PixState *state)
+{
+    return state->channel_choice == PIX_CHANNELS_RGB_MATTE_Z;
+}
+
+static bool pix_wants_matte(const PixState *state)
+{
+    return state->channel_choice == PIX_CHANNELS_RGB_MATTE || pix_wants_depth(state);
+}
+
 void pix_open_read_companions(PixState *state, const PixNames *names, ImageInfo *info)
 {
-    const int32_t choice = state->channel_choice;
-    const bool wants_depth = choice == PIX_CHANNELS_RGB_MATTE_Z;
-    const bool wants_matte = choice == PIX_CHANNELS_RGB_MATTE || wants_depth;
-    info->matte_count = wants_matte && pix_open_companion(state, names, "r", PIX_MATTE);
-    info->aux_count = wants_depth && pix_open_companion(state, names, "r", PIX_DEPTH);
+    info->matte_count = pix_wants_matte(state) && pix_open_companion(state, names, "r", PIX_MATTE);
+    info->aux_count = pix_wants_depth(state) && pix_open_companion(state, names, "r", PIX_DEPTH);
     if (info->aux_count) {
         info->aux_width = 31;
     }
@@ -77,16 +84,13 @@ void pix_open_write_companions(PixState *state, const PixNames *names, ImageInfo
     if (info->channel_count == 0) {
         return; // the main file is the image's matte or depth
     }
-    const int32_t choice = state->channel_choice;
-    const bool takes_depth = choice == PIX_CHANNELS_RGB_MATTE_Z;
-    const bool takes_matte = choice == PIX_CHANNELS_RGB_MATTE || takes_depth;
-    if (!takes_matte) {
+    if (!pix_wants_matte(state)) {
         info->matte_count = 0;
     } else if (info->matte_count == 1 && !pix_open_companion(state, names, "w", PIX_MATTE)) {
         PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_NO_MATTE_FILE, names->base, strerror(errno));
         info->matte_count = 0;
     }
-    if (!takes_depth) {
+    if (!pix_wants_depth(state)) {
         info->aux_count = 0;
     } else if (info->aux_count == 1 && !pix_open_companion(state, names, "w", PIX_DEPTH)) {
         PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_NO_DEPTH_FILE, names->base, strerror(errno));

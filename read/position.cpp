@@ -117,7 +117,7 @@ static uint32_t pix_seek_streams(PixState *state, uint32_t from, uint32_t to, ui
 static int pix_jump(PixState *state, uint32_t row)
 {
     const uint32_t streams = 3 * pix_stride(state);
-    const bool known = state->row_starts && state->seekable && !state->astray && !state->must_seek;
+    const bool known = state->row_starts && state->seekable && !state->astray;
     const uint32_t sought = pix_seek_streams(state, state->row, row, streams, known);
     if (sought < streams) {
         const int reason = errno;

@@ -222,10 +222,9 @@ TEST_F(VorlaTest, OtherPictures)
     png_infop info = png_create_info_struct(png);
     png_init_io(png, file);
     png_set_IHDR(png, info, 3, 2, 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_ADAM7, 0, 0);
-    png_write_info(png, info);
     png_bytep rows[] = {const_cast<png_bytep>(first.data()), const_cast<png_bytep>(last.data())};
-    png_write_image(png, rows);
-    png_write_end(png, nullptr);
+    png_set_rows(png, info, rows);
+    png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
     png_destroy_write_struct(&png, &info);
     (void)fclose(file);
     good("vorla import i.png i.pix");

@@ -182,12 +182,12 @@ ExitCode write_picture(const ExportOptions &options, const Job &job, Source *sou
 
 ExitCode find_range(Source *source, DepthRange *range)
 {
+    const int index = depth_index(shape_of(*source));
     for (int32_t row = 0; row < source->height; ++row) {
         if (const ExitCode code = read_row(source, row)) {
             return code;
         }
-        const auto *depths =
-            static_cast<const int32_t *>(source->rows[depth_index(shape_of(*source))]);
+        const auto *depths = static_cast<const int32_t *>(source->rows[index]);
         for (int32_t x = 0; x < source->width; ++x) {
             if (depths[x] < PIX_DEPTH_LIMIT) {
                 range->nearest = std::min(range->nearest, depths[x]);

@@ -12,11 +12,6 @@
 
 namespace {
 
-bool is_readable(const std::string &path)
-{
-    return access(path.c_str(), R_OK) == 0;
-}
-
 // The place of a "." that only digits follow among the first `end` bytes, or npos.
 size_t dot_before_number(const std::string &name, size_t end)
 {
@@ -52,6 +47,11 @@ FileSet make_set(const FieldNames &names, bool fields)
 }
 
 } // namespace
+
+bool is_readable(const std::string &path)
+{
+    return access(path.c_str(), R_OK) == 0;
+}
 
 bool ends_in(const std::string &name, const std::string &end)
 {

@@ -8,6 +8,9 @@
 // Whether there is more to the name than this end, in letters of either case.
 [[nodiscard]] bool ends_in(const std::string &name, const std::string &end);
 
+// Whether a file of that name can be opened for reading; errno says why not.
+[[nodiscard]] bool is_readable(const std::string &path);
+
 // The name of the same file without empty and "." directories, and with the true path of a
 // directory that ends in "..": where the companions are is told from the names of the last two
 // directories.

@@ -18,11 +18,6 @@ bool exists(const std::string &path)
     return faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-bool is_readable(const std::string &path)
-{
-    return access(path.c_str(), R_OK) == 0;
-}
-
 // Opens a handle on the picture with a channel choice, -1 for none. Result as of imageReadOpen; the
 // handle is gone when it is 0.
 int32_t open_handle(const Source &source, int32_t channels, ImageHandle **handle)
