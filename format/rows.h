@@ -2,14 +2,10 @@
 // of packets whose counts add up to its width. Which rows a file holds is left to the callers.
 #pragma once
 
+#include "format/packets.h"
+
 #include <stdint.h>
 #include <stdio.h>
-
-constexpr int32_t PIX_MAX_RUN = 255; // pixels in one packet
-
-// Channels of a packet: a count, then the channels' bytes, last channel first.
-constexpr int PIX_COLOUR_CHANNELS = 3;
-constexpr int PIX_MATTE_CHANNELS = 1;
 
 // Read the row of `width` pixels at which the stream stands into one byte buffer per channel (red,
 // green and blue, or the matte), and add the bytes of its packets to `size`. Return 0;
