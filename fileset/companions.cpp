@@ -3,79 +3,76 @@
 #include "fileset/companions.h"
 
 #include "fileset/close.h"
-#include "host/capabilities.h"
+#include "fileset/stream.h"
 #include "host/messages.h"
 
 #include <stdlib.h>
 
-struct PixCompanionKind {
-    PixKind kind;
-    PixCompanion companion;
-};
+constexpr PixKind PIX_COMPANIONS[] = {PIX_MATTE, PIX_DEPTH};
 
-constexpr PixCompanionKind PIX_MATTE = {PIX_KIND_MATTE, PIX_COMPANION_MATTE};
-constexpr PixCompanionKind PIX_DEPTH = {PIX_KIND_DEPTH, PIX_COMPANION_DEPTH};
-
-static bool pix_open_companion_file(PixState *state, FILE **slot, const char *name,
-                                    const char *mode, PixCompanion companion)
+static bool pix_is_wanted(const PixState *state, PixKind kind)
 {
-    const char *path = pix_companion_path(name, mode, companion);
-    *slot = path ? pix_open_stream(state, path, mode) : nullptr;
-    return *slot != nullptr;
+    return state->channel_choice >= PIX_FACTS[kind].least_choice &&
+           state->channel_choice <= PIX_CHANNELS_RGB_MATTE_Z;
+}
+
+// Opens one field's file of a companion.
+static bool pix_open_companion_field(PixFile *file, const char *name, int companion)
+{
+    const char *path = pix_companion_path(name, "r", companion);
+    return path && pix_open_file(file, path, "r");
 }
 
 // Opens one companion, or its pair of field files. False, with errno as the reason and nothing left
-// open or named, when there is none to be had.
-static bool pix_open_companion(PixState *state, const PixNames *names, const char *mode,
-                               PixCompanionKind which)
+// open or named, when it cannot be opened.
+static bool pix_open_companion(PixState *state, PixKind kind, const PixNames *names,
+                               const char *mode)
 {
-    const PixKindSlots slots = pix_kind_slots(state, which.kind);
-    const char *path = pix_companion_path(names->base, mode, which.companion);
+    PixPlane *plane = &state->plane[kind];
+    const int companion = PIX_FACTS[kind].companion;
+    const char *path = pix_companion_path(names->base, mode, companion);
     if (!path) {
         return false;
     }
-    *slots.name = STR_save(path);
-    if (!*slots.name) {
+    plane->name = STR_save(path);
+    if (!plane->name) {
         PIX_REPORT(PIX_MSG_NO_MEMORY);
         return false;
     }
-    bool open = false;
-    if (state->fields) {
-        open =
-            pix_open_companion_file(state, slots.streams[1], names->even, mode, which.companion) &&
-            pix_open_companion_file(state, slots.streams[2], names->odd, mode, which.companion);
-    } else {
-        *slots.streams[0] = pix_open_stream(state, path, mode);
-        open = *slots.streams[0] != nullptr;
-    }
-    if (open) {
-        *slots.present = 1;
+    plane->present = state->fields == 1
+                         ? pix_open_file(&plane->file[0], plane->name, mode)
+                         : pix_open_companion_field(&plane->file[0], names->even, companion) &&
+                               pix_open_companion_field(&plane->file[1], names->odd, companion);
+    if (plane->present) {
         return true;
     }
     const int reason = errno;
-    pix_drop_kind(state, which.kind);
-    free(*slots.name);
-    *slots.name = nullptr;
+    pix_close_plane(plane, nullptr);
+    free(plane->name);
+    plane->name = nullptr;
     errno = reason;
     return false;
 }
 
-static bool pix_wants_depth(const PixState *state)
-{
-    return state->channel_choice == PIX_CHANNELS_RGB_MATTE_Z;
-}
-
-static bool pix_wants_matte(const PixState *state)
-{
-    return state->channel_choice == PIX_CHANNELS_RGB_MATTE || pix_wants_depth(state);
-}
-
 void pix_open_read_companions(PixState *state, const PixNames *names, ImageInfo *info)
 {
-    info->matte_count = pix_wants_matte(state) && pix_open_companion(state, names, "r", PIX_MATTE);
-    info->aux_count = pix_wants_depth(state) && pix_open_companion(state, names, "r", PIX_DEPTH);
-    if (info->aux_count) {
+    for (const PixKind kind : PIX_COMPANIONS) {
+        info->*PIX_FACTS[kind].count =
+            pix_is_wanted(state, kind) && pix_open_companion(state, kind, names, "r");
+    }
+    if (info->aux_count != 0) {
         info->aux_width = 31;
+    }
+}
+
+// Warns that a companion cannot be made. The name is the main file's.
+static void pix_warn_of_missing(PixKind kind, const char *name)
+{
+    const char *reason = strerror(errno);
+    if (kind == PIX_MATTE) {
+        PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_NO_MATTE_FILE, name, reason);
+    } else {
+        PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_NO_DEPTH_FILE, name, reason);
     }
 }
 
@@ -84,16 +81,13 @@ void pix_open_write_companions(PixState *state, const PixNames *names, ImageInfo
     if (info->channel_count == 0) {
         return; // the main file is the image's matte or depth
     }
-    if (!pix_wants_matte(state)) {
-        info->matte_count = 0;
-    } else if (info->matte_count == 1 && !pix_open_companion(state, names, "w", PIX_MATTE)) {
-        PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_NO_MATTE_FILE, names->base, strerror(errno));
-        info->matte_count = 0;
-    }
-    if (!pix_wants_depth(state)) {
-        info->aux_count = 0;
-    } else if (info->aux_count == 1 && !pix_open_companion(state, names, "w", PIX_DEPTH)) {
-        PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_NO_DEPTH_FILE, names->base, strerror(errno));
-        info->aux_count = 0;
+    for (const PixKind kind : PIX_COMPANIONS) {
+        int32_t *count = &(info->*PIX_FACTS[kind].count);
+        if (!pix_is_wanted(state, kind)) {
+            *count = 0;
+        } else if (*count == 1 && !pix_open_companion(state, kind, names, "w")) {
+            pix_warn_of_missing(kind, names->base);
+            *count = 0;
+        }
     }
 }

@@ -81,11 +81,11 @@ static const char *pix_directory_label(int kind)
     }
 }
 
-// Makes the directory unless something of that name is there. Nonzero, with errno, when it cannot.
-static int pix_make_directory(const char *path)
+// True when something of that name is there, or a directory has been made; else errno says why not.
+static bool pix_have_directory(const char *path)
 {
     struct stat entry;
-    return stat(path, &entry) != 0 && mkdir(path, 0777) != 0;
+    return stat(path, &entry) == 0 || mkdir(path, 0777) == 0;
 }
 
 // The last '/' among the first `length` bytes, or null.
@@ -121,7 +121,7 @@ const char *pix_companion_path(const char *path, const char *mode, int kind)
         errno = ENAMETOOLONG;
         return nullptr;
     }
-    if (STR_compare(mode, "w") == 0 && pix_make_directory(companion) != 0) {
+    if (STR_compare(mode, "w") == 0 && !pix_have_directory(companion)) {
         return nullptr;
     }
     char *end = companion + directory_length;

@@ -4,245 +4,247 @@
 
 #include "fileset/close.h"
 #include "fileset/companions.h"
-#include "fileset/names.h"
-#include "format/header.h"
+#include "fileset/stream.h"
 #include "host/messages.h"
 
 #include <stdlib.h>
 
-enum PixAttempt { PIX_FOUND, PIX_MISSED, PIX_BROKEN };
+// The open of a main file.
+struct PixMainOpen {
+    PixState *state;
+    PixPlane *plane;
+    PixNames names; // those of a search are replaced by the paths found
+    const char *mode;
+    FILE *standard; // what the host's name means instead of a file, or null
+};
 
-// --- The main file --------------------------------------------------------------------------
-
-static bool pix_open_single(PixState *state, const char *name, const char *mode)
+static bool pix_is_writing(const PixMainOpen *open)
 {
-    if (!state->colour_fp) { // else the caller has preset a standard stream
-        state->colour_fp = pix_open_stream(state, name, mode);
-    }
-    return state->colour_fp != nullptr;
+    return open->mode[0] == 'w';
 }
 
-static bool pix_open_field(PixState *state, int field, const char *name)
+// --- One attempt ----------------------------------------------------------------------------
+
+static bool pix_open_single(PixMainOpen *open, const char *name)
+{
+    if (open->standard) {
+        open->plane->file[0].fp = open->standard;
+        return true;
+    }
+    return pix_open_file(&open->plane->file[0], name, open->mode);
+}
+
+// A field name that was too long is empty.
+static bool pix_open_field(PixMainOpen *open, int field, const char *name)
 {
     if (name[0] == '\0') {
         errno = ENAMETOOLONG;
         return false;
     }
-    state->field[field].colour_fp = pix_open_stream(state, name, "r");
-    return state->field[field].colour_fp != nullptr;
+    return pix_open_file(&open->plane->file[field], name, open->mode);
 }
 
-// Keeps the image's name in the state. Nonzero, with errno and a message, when memory is exhausted.
-static int pix_save_name(PixState *state, const char *base)
+// What opening a pair came to. A whole pair makes the set one of fields.
+static int pix_finish_pair(PixMainOpen *open, bool whole)
 {
-    state->colour_name = STR_save(base);
-    if (state->colour_name) {
-        return 0;
+    open->state->fields = whole ? 2 : 1;
+    return whole ? PIX_OK : PIX_CANNOT_OPEN;
+}
+
+// Keeps the image's name in the state. Returns 0, or PIX_NO_MEMORY, which it has reported.
+static int pix_save_name(PixMainOpen *open)
+{
+    open->plane->name = STR_save(open->names.base);
+    if (open->plane->name) {
+        return PIX_OK;
     }
     PIX_FAIL(PIX_NO_MEMORY, PIX_MSG_NO_MEMORY);
-    return 1;
+    return PIX_NO_MEMORY;
 }
 
-static int pix_open_exact(PixState *state, const PixNames *names, const char *mode)
+// --- The name as it is ----------------------------------------------------------------------
+
+static int pix_open_exact(PixMainOpen *open)
 {
-    if (pix_save_name(state, names->base) != 0) {
-        return 1;
+    const PixNames *names = &open->names;
+    if (const int failure = pix_save_name(open)) {
+        return failure;
     }
-    if (mode[0] == 'w') {
-        return !pix_open_single(state, names->base, mode);
+    if (names->is_field && pix_open_field(open, 0, names->even)) {
+        return pix_finish_pair(open, pix_open_field(open, 1, names->odd));
     }
-    if (names->is_field) {
-        if (!pix_open_field(state, 0, names->even)) {
-            return !pix_open_single(state, names->base, mode);
-        }
-        state->fields = pix_open_field(state, 1, names->odd);
-        return !state->fields;
+    if (pix_open_single(open, names->base)) {
+        return PIX_OK;
     }
-    if (pix_open_single(state, names->base, mode)) {
-        return 0;
+    if (names->is_field || pix_is_writing(open)) {
+        return PIX_CANNOT_OPEN;
     }
-    const bool even = pix_open_field(state, 0, names->even);
+    const bool even = pix_open_field(open, 0, names->even);
     const int reason = errno;
-    const bool odd = pix_open_field(state, 1, names->odd);
-    if (odd) {
-        errno = reason; // if one is missing, it is the even one
-    }
-    state->fields = even && odd;
-    return !state->fields;
+    const bool odd = pix_open_field(open, 1, names->odd);
+    errno = odd ? reason : errno; // if one is missing, it is the even one
+    return pix_finish_pair(open, even && odd);
 }
 
-// What the host answers when it is asked for a path.
-enum PixPath { PIX_PATH_FITS, PIX_PATH_TOO_LONG, PIX_PATH_NONE };
+// --- The search -----------------------------------------------------------------------------
 
-// Asks the host for the path of `name` under the search list, which may be null. `path` is left
-// empty when the answer does not fit.
-static PixPath pix_resolve(const char *list, const char *name, char *path)
+// Asks the host for the path of `name` under the search list, which may be null, and puts it in the
+// name's place. A path that does not fit leaves the name empty, with errno. Returns the size of the
+// path, or 0 when the host has none.
+static size_t pix_resolve(const char *list, char *name)
 {
-    const char *built = vyn__build_handle(list, name, "");
-    if (!built) {
-        return PIX_PATH_NONE;
-    }
-    const size_t length = strlen(built);
-    if (length >= PIX_NAME_SIZE) {
-        path[0] = '\0';
-        return PIX_PATH_TOO_LONG;
-    }
-    memmove(path, built, length + 1);
-    return PIX_PATH_FITS;
-}
-
-// The same for a field's name, which may itself not have fitted. One that does not fit is no
-// failure until it is opened.
-static bool pix_resolve_field(const char *list, const char *name, char *path)
-{
-    return name[0] == '\0' || pix_resolve(list, name, path) != PIX_PATH_NONE;
-}
-
-static bool pix_resolve_base(const char *list, const char *name, char *path)
-{
-    const PixPath answer = pix_resolve(list, name, path);
-    if (answer == PIX_PATH_TOO_LONG) {
+    const char *path = vyn__build_handle(list, name, "");
+    const size_t size = path ? strlen(path) + 1 : 0;
+    if (size > PIX_NAME_SIZE) {
+        name[0] = '\0';
         errno = ENAMETOOLONG;
+    } else if (path) {
+        memmove(name, path, size); // it may be the name itself
     }
-    return answer == PIX_PATH_FITS;
+    return size;
 }
 
-static PixAttempt pix_try_single(PixState *state, const char *list, PixNames *names,
-                                 const char *mode)
+static bool pix_resolve_base(const char *list, PixNames *names)
 {
-    const bool preset = state->colour_fp != nullptr;
-    PixNames found = *names;
-    if (!pix_resolve_base(list, names->base, found.base) ||
-        !pix_open_single(state, found.base, mode)) {
-        return PIX_MISSED;
-    }
-    if (pix_resolve_field(list, names->even, found.even) &&
-        pix_resolve_field(list, names->odd, found.odd)) {
-        *names = found;
-        return PIX_FOUND;
-    }
-    if (mode[0] == 'w') {
-        pix_discard_stream(&state->colour_fp, found.base);
-    } else if (!preset) {
-        pix_drop_kind(state, PIX_KIND_COLOUR);
-    }
-    return PIX_MISSED;
+    const size_t size = pix_resolve(list, names->base);
+    return size > 0 && size <= PIX_NAME_SIZE;
 }
 
-// Once the even file is open, the pair is the image, unless the host has no base name for it.
-static PixAttempt pix_try_pair(PixState *state, const char *list, PixNames *names)
+// A field name that is too long, before or now, is no failure until it is opened.
+static bool pix_resolve_field(const char *list, char *name)
 {
-    PixNames found = *names;
-    if (!pix_resolve_field(list, names->even, found.even) ||
-        !pix_open_field(state, 0, found.even)) {
-        return PIX_MISSED;
+    return name[0] == '\0' || pix_resolve(list, name) > 0;
+}
+
+// Tries the name as a single file. Without a path for every name the file is given up again.
+static bool pix_try_single(PixMainOpen *open, const char *list)
+{
+    PixNames found = open->names;
+    if (!pix_resolve_base(list, &found) || !pix_open_single(open, found.base)) {
+        return false;
     }
-    if (!pix_resolve_base(list, names->base, found.base)) {
-        pix_drop_kind(state, PIX_KIND_COLOUR);
-        return PIX_MISSED;
+    if (pix_resolve_field(list, found.even) && pix_resolve_field(list, found.odd)) {
+        open->names = found;
+        return true;
     }
-    if (!pix_resolve_field(list, names->odd, found.odd) || !pix_open_field(state, 1, found.odd)) {
-        return PIX_BROKEN;
+    if (pix_is_writing(open)) {
+        pix_discard_file(&open->plane->file[0], found.base);
+    } else {
+        pix_close_plane(open->plane, nullptr);
     }
-    state->fields = 1;
-    state->colour_fp = nullptr; // a standard stream, of which the host had no single file
-    *names = found;
-    return PIX_FOUND;
+    return false;
+}
+
+// Tries the name as a pair. Once the even file is open and the base name has a path, the pair is
+// the image: without the odd file the even one stays open, which ends the search.
+static bool pix_try_pair(PixMainOpen *open, const char *list)
+{
+    PixNames found = open->names;
+    if (!pix_resolve_field(list, found.even) || !pix_open_field(open, 0, found.even)) {
+        return false;
+    }
+    if (!pix_resolve_base(list, &found)) {
+        pix_close_plane(open->plane, nullptr);
+        return false;
+    }
+    if (!pix_resolve_field(list, found.odd) || !pix_open_field(open, 1, found.odd)) {
+        return false;
+    }
+    open->names = found;
+    return pix_finish_pair(open, true) == PIX_OK;
 }
 
 // When writing, tries the name under the search list, as a single file. When reading, tries it as
 // it is and then under the list, as a single file and as a pair: first as what the name looks like.
-// Replaces the names by the paths found.
-static PixAttempt pix_search(PixState *state, PixNames *names, const char *mode)
+static bool pix_search(PixMainOpen *open)
 {
     const char *list = getenv("KV_IMG_DIR");
-    if (mode[0] == 'w') {
-        return pix_try_single(state, list, names, mode);
+    if (pix_is_writing(open)) {
+        return pix_try_single(open, list);
     }
     const char *const lists[] = {nullptr, list};
-    const bool as_pairs[] = {names->is_field, !names->is_field};
+    const bool as_pairs[] = {open->names.is_field, !open->names.is_field};
+    bool found = false;
     for (const bool as_pair : as_pairs) {
         for (const char *directories : lists) {
-            const PixAttempt attempt = as_pair ? pix_try_pair(state, directories, names)
-                                               : pix_try_single(state, directories, names, mode);
-            if (attempt != PIX_MISSED) {
-                return attempt;
+            if (!open->plane->file[0].fp) {
+                found =
+                    as_pair ? pix_try_pair(open, directories) : pix_try_single(open, directories);
             }
         }
     }
-    return PIX_MISSED;
+    return found;
 }
 
-static int pix_open_searching(PixState *state, PixNames *names, const char *mode)
+static int pix_open_searching(PixMainOpen *open)
 {
-    if (pix_search(state, names, mode) != PIX_FOUND) {
-        return 1;
+    if (!pix_search(open)) {
+        return PIX_CANNOT_OPEN;
     }
-    if (pix_save_name(state, names->base) == 0) {
-        return 0;
+    const int failure = pix_save_name(open);
+    if (failure && pix_is_writing(open)) { // without a name in the state nobody could remove it
+        pix_discard_file(&open->plane->file[0], open->names.base);
     }
-    if (mode[0] == 'w') { // without a name in the state nobody else could remove it
-        pix_discard_stream(&state->colour_fp, names->base);
-    }
-    return 1;
-}
-
-// Reads the bits a pixel of the main file. Nonzero, with errno and a report, when it cannot be
-// read.
-static int pix_read_main_bits(const PixState *state, const PixNames *names, uint16_t *bits)
-{
-    FILE *fp = state->fields ? state->field[0].colour_fp : state->colour_fp;
-    if (pix_read_bits(fp, bits) == 0) {
-        return 0;
-    }
-    const int reason = errno;
-    ERR_report_errno(reason, state->fields ? names->even : names->base);
-    errno = reason;
-    return 1;
+    return failure;
 }
 
 // --- The set --------------------------------------------------------------------------------
 
-int32_t pix_open_file_set(ImageHandle *handle, PixState *state, const char *mode)
+// Reads the `bits` word of the main file and returns the stream to the start of the file. Returns
+// 0; or PIX_READ_FAILED, with errno and a report, when the stream cannot be positioned or read.
+static int pix_read_bits(const PixMainOpen *open, uint16_t *bits)
+{
+    FILE *fp = open->plane->file[0].fp;
+    uint8_t bytes[sizeof(uint16_t)];
+    if (fseek(fp, offsetof(PixHeader, bits), SEEK_SET) == 0 &&
+        fread(bytes, sizeof bytes, 1, fp) == 1 && fseek(fp, 0, SEEK_SET) == 0) {
+        *bits = pix_word(bytes);
+        return PIX_OK;
+    }
+    const int reason = errno;
+    ERR_report_errno(reason, open->state->fields == 2 ? open->names.even : open->names.base);
+    errno = reason;
+    return PIX_READ_FAILED;
+}
+
+// Everything but the report of a failure, whose reason is in errno.
+static int pix_open_files(PixMainOpen *open, ImageHandle *handle)
 {
     if (STR_length(handle->file_name) < 1) {
-        return 1;
+        return PIX_CANNOT_OPEN;
     }
     if (strlen(handle->file_name) >= PIX_NAME_SIZE) {
         errno = ENAMETOOLONG;
-        return 1;
+        return PIX_CANNOT_OPEN;
     }
-    PixNames names;
-    pix_field_names(handle->file_name, mode[0], &names);
-    const int failed = handle->name_is_exact ? pix_open_exact(state, &names, mode)
-                                             : pix_open_searching(state, &names, mode);
-    if (failed) {
-        return 1;
+    pix_field_names(handle->file_name, open->mode[0], &open->names);
+    if (handle->name_is_exact ? pix_open_exact(open) : pix_open_searching(open)) {
+        return PIX_CANNOT_OPEN;
     }
-    if (mode[0] == 'w') {
-        pix_open_write_companions(state, &names, handle->info);
-        return 0;
+    if (pix_is_writing(open)) {
+        pix_open_write_companions(open->state, &open->names, handle->info);
+        return PIX_OK;
     }
     uint16_t bits = 0;
-    if (pix_read_main_bits(state, &names, &bits) != 0) {
-        return 1;
+    if (const int failure = pix_read_bits(open, &bits)) {
+        return failure;
     }
     if (bits != PIX_MATTE_BITS) {
-        pix_open_read_companions(state, &names, handle->info);
+        pix_open_read_companions(open->state, &open->names, handle->info);
     }
-    return 0;
+    return PIX_OK;
 }
 
-int pix_open_image(ImageHandle *handle, PixState *state, const char *mode,
-                   const char *standard_name, FILE *standard_stream)
+int pix_open_file_set(ImageHandle *handle, PixState *state, const char *mode)
 {
-    if (STR_compare(handle->file_name, standard_name) == 0) {
-        state->colour_fp = standard_stream;
+    PixMainOpen open = {state, &state->plane[PIX_COLOUR], {}, mode, nullptr};
+    const bool writing = pix_is_writing(&open);
+    if (STR_compare(handle->file_name, writing ? "/dev/stdout" : "/dev/stdin") == 0) {
+        open.standard = writing ? stdout : stdin;
     }
-    if (pix_open_file_set(handle, state, mode) != 0) {
-        PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_CANNOT_OPEN, pix_shown_name(handle, state),
-                 strerror(errno));
-        return 1;
+    if (pix_open_files(&open, handle) == PIX_OK) {
+        return PIX_OK;
     }
-    return 0;
+    PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_CANNOT_OPEN, pix_shown_name(handle, state), strerror(errno));
+    return PIX_CANNOT_OPEN;
 }

@@ -1,22 +1,19 @@
-// Depth rows: `width` samples of four bytes, big-endian, not compressed. The host holds depth as
-// one integer a pixel, in its own byte order.
+// Depth samples in memory: four bytes, big-endian. The host holds depth as one integer a pixel, in
+// its own byte order.
 #pragma once
 
-#include "format/header.h"
+#include <stddef.h>
+#include <stdint.h>
 
-constexpr int32_t PIX_DEPTH_SAMPLE_SIZE = 4; // bytes
+constexpr size_t PIX_DEPTH_SAMPLE_SIZE = 4; // bytes
 constexpr int32_t PIX_DEPTH_LIMIT = 100000000;
 
-// Reads the row at which the stream stands into `buffer`. Integer samples are carried unchanged; a
-// float sample becomes 0 when it is exactly 1e8 and PIX_DEPTH_LIMIT otherwise, so that a float file
-// reads as a coverage of two levels. Any `kind` but the two stops the process. Returns 0, or
-// PIX_READ_FAILED when the row ends early, and leaves the same in vyn__err; the buffer then holds
-// integer samples as the file has them, or the float samples converted so far.
-[[nodiscard]] int32_t pix_read_depth_row(FILE *fp, int32_t width, int32_t kind, int32_t *buffer);
+// How depth samples are stored.
+enum PixDepthKind : int32_t { PIX_DEPTH_FLOAT = 1, PIX_DEPTH_INT = 2 };
 
-// Passes over a row. Returns 0, or PIX_READ_FAILED when the stream cannot seek.
-[[nodiscard]] int pix_skip_depth_row(FILE *fp, int32_t width);
+// Turns samples from the byte order of files to the host's, or back, in place.
+void pix_swap_samples(int32_t *samples, size_t count);
 
-// Appends a row of integer samples. Converts the host's buffer in place for the write and always
-// back again. Returns 0 or PIX_WRITE_FAILED.
-[[nodiscard]] int pix_write_depth_row(FILE *fp, int32_t width, int32_t *buffer);
+// Converts float samples as a file has them: 0 for exactly 1e8, PIX_DEPTH_LIMIT for all else, so
+// that a float file reads as a coverage of two levels.
+void pix_convert_floats(const uint8_t *bytes, size_t count, int32_t *samples);

@@ -4,7 +4,6 @@
 
 #include <stddef.h>
 #include <stdint.h>
-#include <stdio.h>
 
 constexpr uint16_t PIX_MAX_SIZE = 16383; // largest width or height that a reader accepts
 constexpr uint16_t PIX_COLOUR_BITS = 24;
@@ -12,9 +11,6 @@ constexpr uint16_t PIX_MATTE_BITS = 8;
 constexpr uint16_t PIX_SGI_MAGIC = 474; // an SGI image begins with it; so does a PIX file that wide
 constexpr uint32_t PIX_MAGIC_DEPTH_FLOAT = 55655;
 constexpr uint32_t PIX_MAGIC_DEPTH_INT = 56655;
-
-// How depth samples are stored.
-enum PixDepthKind : int32_t { PIX_DEPTH_FLOAT = 1, PIX_DEPTH_INT = 2 };
 
 // Of a colour or matte file.
 struct PixHeader {
@@ -55,23 +51,15 @@ static_assert(offsetof(PixDepthHeader, height) == 6);
     return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
 }
 
-[[nodiscard]] PixHeader pix_parse_header(const uint8_t bytes[sizeof(PixHeader)]);
+// Bytes to fields, and back.
+void pix_parse_header(const uint8_t bytes[sizeof(PixHeader)], PixHeader *header);
+void pix_parse_header(const uint8_t bytes[sizeof(PixDepthHeader)], PixDepthHeader *header);
+void pix_format_header(const PixHeader &header, uint8_t bytes[sizeof(PixHeader)]);
+void pix_format_header(const PixDepthHeader &header, uint8_t bytes[sizeof(PixDepthHeader)]);
 
-// Read a header where the stream stands, which leaves it at the first row. Nonzero on a short read.
-[[nodiscard]] int pix_read_header(FILE *fp, PixHeader *header);
-[[nodiscard]] int pix_read_header(FILE *fp, PixDepthHeader *header);
-
-// Reads the `bits` word of a colour or matte file and returns the stream to the start of the file.
-// Nonzero, with errno as the failed call left it, when the stream cannot be positioned or read.
-[[nodiscard]] int pix_read_bits(FILE *fp, uint16_t *bits);
-
-// Write a header, in one write. Nonzero on a short write.
-[[nodiscard]] int pix_write_header(FILE *fp, const PixHeader &header);
-[[nodiscard]] int pix_write_header(FILE *fp, const PixDepthHeader &header);
-
-// Join the headers of the two fields of one kind: the even field's, with the rows of both, counted
-// in 16 bits. Nonzero when the fields do not belong together: widths, bits or magic differ, or the
+// Joins the headers of the two fields of one kind: the even field's, with the rows of both, counted
+// in 16 bits. False when the fields do not belong together: widths, bits or magic differ, or the
 // even field holds neither as many rows as the odd one nor one more.
-[[nodiscard]] int pix_join_headers(const PixHeader &even, const PixHeader &odd, PixHeader *whole);
-[[nodiscard]] int pix_join_headers(const PixDepthHeader &even, const PixDepthHeader &odd,
-                                   PixDepthHeader *whole);
+[[nodiscard]] bool pix_join_headers(const PixHeader &even, const PixHeader &odd, PixHeader *whole);
+[[nodiscard]] bool pix_join_headers(const PixDepthHeader &even, const PixDepthHeader &odd,
+                                    PixDepthHeader *whole);

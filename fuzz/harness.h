@@ -99,10 +99,12 @@ inline auto open_descriptors()
 inline std::string samples_of(const PixState &state, void *const *rows)
 {
     std::string samples;
-    const int bytes = (state.has_colour ? 3 : 0) + state.has_matte;
-    for (int i = 0; i < bytes + state.has_depth; ++i) {
-        const size_t size = i < bytes ? 1 : sizeof(int32_t);
-        samples.append(static_cast<const char *>(rows[i]), size * static_cast<size_t>(state.width));
+    const auto width = static_cast<size_t>(state.width);
+    for (const PixKind kind : PIX_KINDS) {
+        const size_t size = kind == PIX_DEPTH ? sizeof(int32_t) : 1;
+        for (int i = 0; state.plane[kind].present && i < PIX_FACTS[kind].buffers; ++i) {
+            samples.append(static_cast<const char *>(*rows++), size * width);
+        }
     }
     return samples;
 }

@@ -53,18 +53,19 @@ void check_opened(const ImageHandle *handle)
     PixState *state = handle->priv->state;
     const ImageInfo &info = *handle->info;
     CHECK(vyn__err == 0 || vyn__err == -5 || vyn__err == -16);
-    CHECK(info.channel_count == (state->has_colour ? 3 : 0));
-    CHECK(info.matte_count == state->has_matte && info.aux_count == state->has_depth);
-    CHECK(state->has_colour || (state->has_matte && !state->has_depth));
+    for (const PixKind kind : PIX_KINDS) {
+        const int32_t buffers = state->plane[kind].present ? PIX_FACTS[kind].buffers : 0;
+        CHECK(info.*PIX_FACTS[kind].count == buffers);
+    }
+    CHECK(info.channel_count == 3 || (info.matte_count == 1 && info.aux_count == 0));
     CHECK(info.width == state->width && info.height == state->height);
     CHECK(info.width >= 0 && info.width <= 16383 && info.height >= 0 && info.height <= 16383);
     const int32_t rows = info.channel_count + info.matte_count + info.aux_count;
     CHECK(std::find(state->chan, state->chan + rows + 1, nullptr) == state->chan + rows);
-    for (const PixKind kind : PIX_KINDS) {
-        const PixKindSlots slots = pix_kind_slots(state, kind);
-        for (int slot = 0; slot < 3; ++slot) {
-            const bool used = *slots.present && (slot > 0) == state->fields;
-            CHECK((*slots.streams[slot] != nullptr) == used);
+    for (const PixPlane &plane : state->plane) {
+        for (uint32_t field = 0; field < 2; ++field) {
+            const bool used = plane.present && field < state->fields;
+            CHECK((plane.file[field].fp != nullptr) == used);
         }
     }
 }
@@ -74,12 +75,10 @@ void check_failed(const ImageHandle *handle)
 {
     PixState *state = handle->priv->state;
     CHECK(vyn__err == -5 || vyn__err == -8);
-    for (const PixKind kind : PIX_KINDS) {
-        const PixKindSlots slots = pix_kind_slots(state, kind);
-        CHECK(!*slots.streams[0] && !*slots.streams[1] && !*slots.streams[2] && !*slots.name &&
-              !*slots.present);
+    for (const PixPlane &plane : state->plane) {
+        CHECK(!plane.file[0].fp && !plane.file[1].fp && !plane.name && !plane.present);
     }
-    CHECK(!state->chan && !state->row_starts);
+    CHECK(!state->chan && !state->table);
     void **rows = nullptr;
     CHECK(handle->scanline_proc(state, 0, &rows) == -2 && !rows);
 }
@@ -110,7 +109,7 @@ bool read_row(const ImageHandle *handle, int32_t y, std::string *samples)
     if (code == 0) {
         *samples = samples_of(*state, rows);
     }
-    return code == 0 && !state->astray;
+    return code == 0 && state->place == PIX_AT_ROW;
 }
 
 // Every row that reads well reads the same when it is gone back to.

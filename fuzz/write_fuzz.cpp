@@ -66,8 +66,9 @@ std::string write_row(const ImageHandle *handle, int32_t y, Input *input, uint32
     PixState *state = handle->priv->state;
     std::vector<std::unique_ptr<char[]>> buffers; // each a block of exactly its size
     std::vector<void *> rows;
-    const int bytes = (state->has_colour ? 3 : 0) + state->has_matte;
-    for (int i = 0; i < bytes + state->has_depth; ++i) {
+    const int bytes =
+        (state->plane[PIX_COLOUR].present ? 3 : 0) + (state->plane[PIX_MATTE].present ? 1 : 0);
+    for (int i = 0; i < bytes + (state->plane[PIX_DEPTH].present ? 1 : 0); ++i) {
         const size_t size = static_cast<size_t>(state->width) * (i < bytes ? 1 : sizeof(int32_t));
         buffers.emplace_back(new char[size]());
         for (size_t at = 0; input->left > 0 && at < size; ++at) {
@@ -86,13 +87,14 @@ std::string write_row(const ImageHandle *handle, int32_t y, Input *input, uint32
 void read_back(const PixState &state, bool searched, const std::vector<std::string> &written)
 {
     ImageHandle *handle = make_reader(NAME, searched);
-    const bool readable = state.has_colour || state.has_matte;
+    const bool readable = state.plane[PIX_COLOUR].present || state.plane[PIX_MATTE].present;
     CHECK(imageReadOpen(handle) == readable);
     if (readable) {
         const PixState &again = *handle->priv->state;
         CHECK(vyn__err == 0 && again.width == state.width && again.height == state.height);
-        CHECK(again.has_colour == state.has_colour && again.has_matte == state.has_matte);
-        CHECK(again.has_depth == state.has_depth);
+        for (const PixKind kind : PIX_KINDS) {
+            CHECK(again.plane[kind].present == state.plane[kind].present);
+        }
         int32_t y = state.height;
         for (const std::string &row : written) {
             void **rows = nullptr;
@@ -121,8 +123,8 @@ void write_image(Input input)
     const ImageWindow &window = handle->info->data_window;
     const bool sized =
         can_be_read(window.x_min, window.x_max) && can_be_read(window.y_min, window.y_max);
-    CHECK(state.has_colour == (handle->info->channel_count == 3));
-    CHECK(state.has_matte == (handle->info->matte_count == 1));
+    CHECK(state.plane[PIX_COLOUR].present == (handle->info->channel_count == 3));
+    CHECK(state.plane[PIX_MATTE].present == (handle->info->matte_count == 1));
     std::vector<std::string> written;
     for (int32_t row = 0; row < std::min(state.height, MAX_ROWS) && state.width <= MAX_WIDTH;
          ++row) {

@@ -28,7 +28,8 @@ static bool pix_has_sgi_extension(const char *name)
 
 static bool pix_is_pix(const char *name, const uint8_t bytes[PIX_PROBE_SIZE])
 {
-    const PixHeader header = pix_parse_header(bytes);
+    PixHeader header;
+    pix_parse_header(bytes, &header);
     const uint16_t behind = pix_word(bytes + sizeof(PixHeader));
     if (static_cast<int16_t>(header.width) <= 0 || static_cast<int16_t>(header.height) <= 0 ||
         (header.bits != PIX_MATTE_BITS && header.bits != PIX_COLOUR_BITS)) {

@@ -2,9 +2,6 @@
 // host.
 #include "fileset/open.h"
 #include "fileset/close.h"
-#include "format/depth.h"
-#include "format/rows.h"
-#include "host/capabilities.h"
 #include "host/messages.h"
 #include "module/capabilities.h"
 #include "module/descriptor.h"
@@ -13,45 +10,45 @@
 
 // --- Headers --------------------------------------------------------------------------------
 
-// Reads the header of one kind of file; of a field pair, both headers, joined, and keeps the sizes
-// of the fields of the main file. Nonzero when one is short, or, with a message, when the two do
-// not belong together.
+// Reads a header where the stream stands, which leaves the stream at the first row.
 template <class Header>
-[[nodiscard]] static int pix_read_kind(PixState *state, PixKind kind, Header *header)
+[[nodiscard]] static bool pix_read_header(FILE *fp, Header *header)
 {
-    const PixKindSlots slots = pix_kind_slots(state, kind);
-    if (!state->fields) {
-        return pix_read_header(*slots.streams[0], header);
+    uint8_t bytes[sizeof(Header)];
+    if (fread(bytes, sizeof bytes, 1, fp) != 1) {
+        return false;
     }
-    Header even = {};
-    Header odd = {};
-    if (pix_read_header(*slots.streams[1], &even) != 0 ||
-        pix_read_header(*slots.streams[2], &odd) != 0) {
-        return 1;
-    }
-    if (pix_join_headers(even, odd, header) != 0) {
-        PIX_REPORT(PIX_MSG_FIELDS_DIFFER, *slots.name);
-        return 1;
-    }
-    if (kind == PIX_KIND_COLOUR) {
-        state->field[0].width = even.width;
-        state->field[1].width = odd.width;
-        state->field[0].height = static_cast<int16_t>(even.height);
-        state->field[1].height = static_cast<int16_t>(odd.height);
-    }
-    return 0;
+    pix_parse_header(bytes, header);
+    return true;
 }
 
+// Reads the header of a plane; of a field pair, both headers, joined. False when one is short or
+// too large, or, with a message, when the two do not belong together.
 template <class Header>
-[[nodiscard]] static bool pix_is_too_large(const Header &header)
+[[nodiscard]] static bool pix_read_plane_header(const PixState *state, PixKind kind, Header *header)
 {
-    return header.width > PIX_MAX_SIZE || header.height > PIX_MAX_SIZE;
+    const PixPlane *plane = &state->plane[kind];
+    if (!pix_read_header(plane->file[0].fp, header)) {
+        return false;
+    }
+    if (state->fields == 2) {
+        const Header even = *header;
+        Header odd = {};
+        if (!pix_read_header(plane->file[1].fp, &odd)) {
+            return false;
+        }
+        if (!pix_join_headers(even, odd, header)) {
+            PIX_REPORT(PIX_MSG_FIELDS_DIFFER, plane->name);
+            return false;
+        }
+    }
+    return header->width <= PIX_MAX_SIZE && header->height <= PIX_MAX_SIZE;
 }
 
 static int pix_refuse_header(const ImageHandle *handle, const PixState *state)
 {
     PIX_FAIL(PIX_BAD_HEADER, PIX_MSG_INVALID_HEADER, pix_shown_name(handle, state));
-    return 1;
+    return PIX_BAD_HEADER;
 }
 
 static int pix_refuse_companion(PixLabel label, const char *name)
@@ -63,40 +60,38 @@ static int pix_refuse_companion(PixLabel label, const char *name)
     } else {
         PIX_REPORT(PIX_MSG_CORRUPT_UNNAMED, pix_label(label), reason);
     }
-    return 1;
+    return PIX_CANNOT_OPEN;
 }
 
 static int pix_refuse_no_memory()
 {
     PIX_FAIL(PIX_NO_MEMORY, PIX_MSG_NO_MEMORY);
-    return 1;
+    return PIX_NO_MEMORY;
 }
 
-// The main file is a matte: makes its streams the matte's. Companions are open only if the file has
-// changed since its first look.
+static void pix_drop_companion(PixState *state, PixKind kind, ImageInfo *info)
+{
+    pix_close_plane(&state->plane[kind], nullptr);
+    info->*PIX_FACTS[kind].count = 0;
+}
+
+// The main file is a matte. Companions are open only if the file has changed since its first look.
 static void pix_make_matte_only(PixState *state, ImageInfo *info)
 {
-    pix_drop_kind(state, PIX_KIND_MATTE);
-    pix_drop_kind(state, PIX_KIND_DEPTH);
-    const PixKindSlots colour = pix_kind_slots(state, PIX_KIND_COLOUR);
-    const PixKindSlots matte = pix_kind_slots(state, PIX_KIND_MATTE);
-    for (int slot = 0; slot < 3; ++slot) {
-        *matte.streams[slot] = *colour.streams[slot];
-        *colour.streams[slot] = nullptr;
-    }
-    state->has_matte = 1;
+    pix_drop_companion(state, PIX_MATTE, info);
+    pix_drop_companion(state, PIX_DEPTH, info);
+    pix_move_main_file(state, PIX_MATTE);
     info->channel_count = 0;
     info->matte_count = 1;
-    info->aux_count = 0;
 }
 
 static int pix_check_main_header(ImageHandle *handle, PixState *state, PixHeader *header)
 {
-    if (pix_read_kind(state, PIX_KIND_COLOUR, header) != 0 || pix_is_too_large(*header)) {
+    if (!pix_read_plane_header(state, PIX_COLOUR, header)) {
         return pix_refuse_header(handle, state);
     }
     if (header->bits == PIX_COLOUR_BITS) {
-        state->has_colour = 1;
+        state->plane[PIX_COLOUR].present = true;
     } else if (header->bits == PIX_MATTE_BITS) {
         pix_make_matte_only(state, handle->info);
     } else {
@@ -108,63 +103,55 @@ static int pix_check_main_header(ImageHandle *handle, PixState *state, PixHeader
             return pix_refuse_header(handle, state);
         }
     }
-    return 0;
+    return PIX_OK;
 }
 
 static int pix_check_matte_header(ImageHandle *handle, PixState *state, const PixHeader &image)
 {
     PixHeader header = {};
-    if (pix_read_kind(state, PIX_KIND_MATTE, &header) != 0 || pix_is_too_large(header) ||
-        header.bits != PIX_MATTE_BITS) {
-        return pix_refuse_companion(PIX_LABEL_MATTE, state->matte_name);
+    if (!pix_read_plane_header(state, PIX_MATTE, &header) || header.bits != PIX_MATTE_BITS) {
+        return pix_refuse_companion(PIX_LABEL_MATTE, state->plane[PIX_MATTE].name);
     }
     if (header.width != image.width || header.height != image.height) {
         PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_MATTE_SIZE);
-        pix_drop_kind(state, PIX_KIND_MATTE);
-        handle->info->matte_count = 0;
+        pix_drop_companion(state, PIX_MATTE, handle->info);
     }
-    return 0;
+    return PIX_OK;
 }
 
 static int pix_check_depth_header(ImageHandle *handle, PixState *state, const PixHeader &image)
 {
     PixDepthHeader header = {};
-    if (pix_read_kind(state, PIX_KIND_DEPTH, &header) != 0 || pix_is_too_large(header)) {
-        return pix_refuse_companion(PIX_LABEL_DEPTH, state->depth_name);
+    if (!pix_read_plane_header(state, PIX_DEPTH, &header)) {
+        return pix_refuse_companion(PIX_LABEL_DEPTH, state->plane[PIX_DEPTH].name);
     }
-    const bool fits = header.width == image.width && header.height == image.height;
-    if (fits && header.magic == PIX_MAGIC_DEPTH_INT) {
-        state->depth_kind = PIX_DEPTH_INT;
-    } else if (fits && header.magic == PIX_MAGIC_DEPTH_FLOAT) {
-        state->depth_kind = PIX_DEPTH_FLOAT;
-    } else {
+    const bool known = header.magic == PIX_MAGIC_DEPTH_INT || header.magic == PIX_MAGIC_DEPTH_FLOAT;
+    if (!known || header.width != image.width || header.height != image.height) {
         PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_DEPTH_SIZE);
-        pix_drop_kind(state, PIX_KIND_DEPTH);
-        handle->info->aux_count = 0;
-        return 0;
+        pix_drop_companion(state, PIX_DEPTH, handle->info);
+        return PIX_OK;
     }
-    state->depth_sample_size = PIX_DEPTH_SAMPLE_SIZE;
-    return 0;
+    state->depth_kind = header.magic == PIX_MAGIC_DEPTH_INT ? PIX_DEPTH_INT : PIX_DEPTH_FLOAT;
+    return PIX_OK;
 }
 
 // Checks the headers of the whole set; afterwards every stream stands at its first row.
 static int pix_check_headers(ImageHandle *handle, PixState *state)
 {
     PixHeader image = {};
-    if (pix_check_main_header(handle, state, &image) != 0) {
-        return 1;
+    int failure = pix_check_main_header(handle, state, &image);
+    const bool colour = state->plane[PIX_COLOUR].present;
+    if (!failure && colour && state->plane[PIX_MATTE].present) {
+        failure = pix_check_matte_header(handle, state, image);
     }
-    if (state->has_colour && state->has_matte &&
-        pix_check_matte_header(handle, state, image) != 0) {
-        return 1;
+    if (!failure && colour && state->plane[PIX_DEPTH].present) {
+        failure = pix_check_depth_header(handle, state, image);
     }
-    if (state->has_colour && state->has_depth &&
-        pix_check_depth_header(handle, state, image) != 0) {
-        return 1;
+    if (!failure) {
+        state->width = image.width;
+        state->height = image.height;
     }
-    state->width = image.width;
-    state->height = image.height;
-    return 0;
+    return failure;
 }
 
 // --- Description ----------------------------------------------------------------------------
@@ -173,7 +160,7 @@ static void pix_describe_geometry(const PixState *state, ImageInfo *info)
 {
     info->data_window = {0, state->width - 1, 0, state->height - 1};
     info->display_window = info->data_window;
-    info->channel_count = state->has_colour ? PIX_COLOUR_CHANNELS : 0;
+    info->channel_count = state->plane[PIX_COLOUR].present ? PIX_COLOUR_CHANNELS : 0;
     info->usage = imageUsage;
     info->gamma = FMT_def_input_gamma();
     info->orientation = imageOrientation;
@@ -187,18 +174,19 @@ static void pix_describe_colours(ImageHandle *handle)
     memcpy(handle->white_point, CLR_def_white_point(), sizeof handle->white_point);
 }
 
-// Saves a string of the host's records. Nonzero, with a message, when memory is exhausted.
+// Saves a string of the host's records. Returns 0, or PIX_NO_MEMORY, which it has reported.
 static int pix_save_text(char **slot, const char *text)
 {
     *slot = STR_save(text);
-    return *slot ? 0 : pix_refuse_no_memory();
+    return *slot ? PIX_OK : pix_refuse_no_memory();
 }
 
 static int pix_describe_texts(ImageHandle *handle)
 {
     for (int i = 0; i < 7; ++i) {
-        if (pix_save_text(&handle->description[i], pix_label(PIX_LABEL_DESCRIPTION[i])) != 0) {
-            return 1;
+        const char *text = pix_label(PIX_LABEL_DESCRIPTION[i]);
+        if (const int failure = pix_save_text(&handle->description[i], text)) {
+            return failure;
         }
     }
     return pix_save_text(&handle->compression, pix_label(PIX_LABEL_COMPRESSION));
@@ -238,8 +226,12 @@ static int pix_describe_image(ImageHandle *handle, const PixState *state)
     ImageInfo *info = handle->info;
     pix_describe_geometry(state, info);
     pix_describe_colours(handle);
-    return pix_describe_texts(handle) != 0 || pix_describe_format(handle, info) != 0 ||
-           pix_save_text(&info->channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB) != 0;
+    int failure = pix_describe_texts(handle);
+    if (!failure) {
+        failure = pix_describe_format(handle, info);
+    }
+    return failure ? failure
+                   : pix_save_text(&info->channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB);
 }
 
 // --- The open -------------------------------------------------------------------------------
@@ -250,10 +242,10 @@ static int pix_make_info(ImageHandle *handle)
     handle->info = static_cast<ImageInfo *>(ERR_malloc(sizeof(ImageInfo)));
     if (!handle->info) {
         vyn__err = PIX_NO_MEMORY;
-        return 1;
+        return PIX_NO_MEMORY;
     }
     vyn__init_ifd(handle);
-    return 0;
+    return PIX_OK;
 }
 
 int32_t imageReadOpen(ImageHandle *handle)
@@ -263,14 +255,14 @@ int32_t imageReadOpen(ImageHandle *handle)
         return 0;
     }
     state->channel_choice = pix_choose_channels(handle, PIX_CAP_INPUT_CHANNELS);
-    if (pix_make_info(handle) != 0) {
+    if (pix_make_info(handle)) {
         return 0;
     }
     handle->scanline_proc = pix_read_scanline;
     handle->close_proc = pix_close;
-    if (pix_open_image(handle, state, "r", "/dev/stdin", stdin) != 0 ||
-        pix_check_headers(handle, state) != 0 || pix_describe_image(handle, state) != 0) {
-        pix_fail_open(state, PIX_RELEASE_QUIETLY);
+    if (pix_open_file_set(handle, state, "r") || pix_check_headers(handle, state) ||
+        pix_describe_image(handle, state)) {
+        pix_fail_open(state);
         return 0;
     }
     pix_start_table(state);

@@ -1,161 +1,96 @@
-// Passing over rows, seeking, and the table of row starts.
+// Seeking, and the table of row starts.
 //
 // The table holds the rows that were passed on the way from the header without a failure. After a
-// failure the streams stand anywhere: reading may go on from there, but what it passes is not
-// remembered, until the next seek brings the streams back to a row that is known.
+// row that could not be read the files are astray: reading may go on from there, but what it passes
+// is not remembered, until the next seek brings the files back to a row that is known. After a seek
+// that failed the image is lost, and gives no row before such a seek has succeeded.
 #include "read/position.h"
 
-#include "format/depth.h"
-#include "format/rows.h"
-#include "format/stream.h"
+#include "fileset/stream.h"
 #include "host/messages.h"
+#include "read/rows.h"
 
 #include <stdlib.h>
 
-// Rows to the next one in the same file.
-static uint32_t pix_stride(const PixState *state)
-{
-    return state->fields ? 2 : 1;
-}
-
-// The starts of colour or of matte rows: of every row and, past the last, of one more per field.
-static long *pix_starts(const PixState *state, PixKind kind)
-{
-    return state->row_starts + (kind == PIX_KIND_MATTE ? state->height + 2 : 0);
-}
-
 void pix_start_table(PixState *state)
 {
-    const PixRowFiles files = pix_row_files(state, 0);
-    if (pix_is_standard_stream(files.colour ? files.colour : files.matte)) {
+    PixPlane *const planes[] = {&state->plane[PIX_COLOUR], &state->plane[PIX_MATTE]};
+    const PixPlane *main = planes[planes[0]->present ? 0 : 1];
+    if (pix_is_standard_stream(main->file[0].fp)) {
         return;
     }
+    // The starts of every row and, past the last, of one more per field.
     const int kept = errno;
-    const auto entries = static_cast<size_t>(state->height) + 2;
-    state->row_starts = static_cast<long *>(malloc(2 * entries * sizeof(long)));
-    if (state->row_starts) {
-        for (int field = 0; field < 2; ++field) {
-            pix_starts(state, PIX_KIND_COLOUR)[field] = sizeof(PixHeader);
-            pix_starts(state, PIX_KIND_MATTE)[field] = sizeof(PixHeader);
+    const size_t entries = static_cast<size_t>(state->height) + state->fields;
+    const size_t tables = size_t{planes[0]->present} + size_t{planes[1]->present};
+    state->table = static_cast<long *>(malloc(tables * entries * sizeof(long)));
+    long *next = state->table;
+    for (PixPlane *plane : planes) {
+        if (next && plane->present) {
+            plane->starts = next;
+            next += entries;
+            plane->starts[0] = sizeof(PixHeader);
+            plane->starts[state->fields - 1] = sizeof(PixHeader);
         }
     }
     errno = kept;
 }
 
-void pix_pass_row(PixState *state, PixRowSize size)
-{
-    const uint32_t row = state->row;
-    if (state->row_starts && !state->astray) {
-        const uint32_t next = row + pix_stride(state);
-        long *colour = pix_starts(state, PIX_KIND_COLOUR);
-        long *matte = pix_starts(state, PIX_KIND_MATTE);
-        colour[next] = colour[row] + size.colour;
-        matte[next] = matte[row] + size.matte;
-        state->known_rows = row + 1 > state->known_rows ? row + 1 : state->known_rows;
-    }
-    if (state->fields) {
-        state->field[row & 1].rows += 1;
-    }
-    state->row += 1;
-}
-
-static int pix_skip_row(PixState *state)
-{
-    const PixRowFiles files = pix_row_files(state, state->row);
-    PixRowSize size = {};
-    if ((state->has_colour && pix_skip_colour_row(files.colour, state->width, &size.colour) != 0) ||
-        (state->has_matte && pix_skip_matte_row(files.matte, state->width, &size.matte) != 0) ||
-        (state->has_depth && pix_skip_depth_row(files.depth, state->width) != 0)) {
-        return PIX_READ_FAILED;
-    }
-    pix_pass_row(state, size);
-    return PIX_OK;
-}
-
-// Where `row` begins in its file of one kind.
+// Where a row that is known begins in its file. Without a table that is a row of samples, or the
+// first row of a file.
 static long pix_row_start(const PixState *state, PixKind kind, uint32_t row)
 {
-    const uint32_t file_row = row / pix_stride(state);
-    if (kind == PIX_KIND_DEPTH) {
-        return static_cast<long>(sizeof(PixDepthHeader)) +
-               long{state->width} * state->depth_sample_size * file_row;
+    const PixPlane *plane = &state->plane[kind];
+    if (plane->starts) {
+        return plane->starts[row];
     }
-    return file_row == 0 ? static_cast<long>(sizeof(PixHeader)) : pix_starts(state, kind)[row];
+    const long size = long{state->width} * long{PIX_DEPTH_SAMPLE_SIZE};
+    return PIX_FACTS[kind].header_size + long{row / state->fields} * size;
 }
 
-// Where the first row from `row` on begins in the file of one kind and field.
-static long pix_field_start(const PixState *state, PixKind kind, uint32_t field, uint32_t row)
+// Brings one file to the first of its rows from `to` on. Where all files stand at `row` and are
+// known to be able to seek, a step within the stream's buffer is enough.
+static bool pix_seek_file(const PixState *state, PixKind kind, uint32_t field, uint32_t to)
 {
-    return pix_row_start(state, kind, state->fields ? row + ((row ^ field) & 1) : row);
+    const auto own = [&](uint32_t row) { return row + (row + field) % state->fields; };
+    FILE *fp = state->plane[kind].file[field].fp;
+    const long start = pix_row_start(state, kind, own(to));
+    if (state->table && state->seekable && state->place == PIX_AT_ROW &&
+        pix_consume(fp, start - pix_row_start(state, kind, own(state->row)))) {
+        return true;
+    }
+    return fseek(fp, start, SEEK_SET) == 0;
 }
 
-// Seeks the first `count` streams, in the order of the kinds, to row `to`: a field's to the first
-// of its rows from there on. If they are known to stand at row `from` and to be able to seek, they
-// are moved in their buffers where that is enough. Returns how many were sought before one failed.
-static uint32_t pix_seek_streams(PixState *state, uint32_t from, uint32_t to, uint32_t count,
-                                 bool known)
+static int pix_seek_files(PixState *state, uint32_t to)
 {
-    for (uint32_t done = 0; done < count; ++done) {
-        const uint32_t field = done % pix_stride(state);
-        const PixKind kind = PIX_KINDS[done / pix_stride(state)];
-        FILE *fp = *pix_kind_slots(state, kind).streams[state->fields ? 1 + field : 0];
-        const long start = pix_field_start(state, kind, field, to);
-        const bool moved =
-            fp && known &&
-            pix_move_in_buffer(fp, start - pix_field_start(state, kind, field, from));
-        if (fp && !moved && fseek(fp, start, SEEK_SET) != 0) {
-            return done;
+    for (const PixKind kind : PIX_KINDS) {
+        for (uint32_t field = 0; state->plane[kind].present && field < state->fields; ++field) {
+            if (!pix_seek_file(state, kind, field, to)) {
+                state->place = PIX_LOST;
+                return PIX_READ_FAILED;
+            }
         }
     }
-    return count;
-}
-
-// Seeks to a row that is known to begin where the table says. After a failure the streams stand
-// where a search for the row would have left them: one that goes back begins by rewinding them in
-// turn, one that goes onward does not seek. If they cannot be brought there, the next request is to
-// seek, wherever it goes.
-static int pix_jump(PixState *state, uint32_t row)
-{
-    const uint32_t streams = 3 * pix_stride(state);
-    const bool known = state->row_starts && state->seekable && !state->astray;
-    const uint32_t sought = pix_seek_streams(state, state->row, row, streams, known);
-    if (sought < streams) {
-        const int reason = errno;
-        const uint32_t left = row < state->row ? 0 : state->row;
-        if (pix_seek_streams(state, row, left, sought, true) < sought) {
-            state->must_seek = 1;
-        }
-        errno = reason;
-        return PIX_READ_FAILED;
-    }
-    state->field[0].rows = state->fields ? (row + 1) / 2 : 0;
-    state->field[1].rows = state->fields ? row / 2 : 0;
-    state->row = row;
-    state->astray = 0;
-    state->must_seek = 0;
-    state->seekable = 1;
+    state->row = to;
+    state->place = PIX_AT_ROW;
+    state->seekable = true;
     return PIX_OK;
 }
 
 int pix_go_to_row(PixState *state, uint32_t row)
 {
-    // The last known row at or before the one wanted. Streams that are astray go on from where they
-    // are, unless they must go back. Where a seek would only save time, a failure does no harm.
     const uint32_t known = row < state->known_rows ? row : state->known_rows;
-    const bool must = row < state->row || state->must_seek;
-    const bool saves = known > state->row && !state->astray;
+    const bool must = row < state->row || state->place == PIX_LOST;
+    const bool saves = known > state->row && state->place == PIX_AT_ROW;
     if (must || saves) {
-        const int kept = errno;
-        if (pix_jump(state, known) != 0) {
-            if (must || state->must_seek) {
-                return PIX_READ_FAILED;
-            }
-            errno = kept;
+        if (const int failure = pix_seek_files(state, known)) {
+            return failure;
         }
     }
     while (state->row < row) {
-        if (pix_skip_row(state) != 0) {
-            return PIX_READ_FAILED;
+        if (const int failure = pix_next_row(state, nullptr)) {
+            return failure;
         }
     }
     return PIX_OK;

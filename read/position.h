@@ -1,23 +1,15 @@
-// Bringing the streams of an image that is read to a row. A run-length file has no index, so where
+// Bringing the files of an image that is read to a row. A run-length file has no index, so where
 // its rows begin is remembered as they are passed, and an earlier row is sought there.
 #pragma once
 
 #include "fileset/state.h"
 
-// Bytes that a row takes in the run-length files.
-struct PixRowSize {
-    long colour;
-    long matte;
-};
-
-// Makes the table of row starts of an image whose streams stand at their first rows. Without one,
+// Makes the table of row starts of an image whose files stand at their first rows. Without a table,
 // earlier rows are reached from the header: when there is no memory for it, and on standard input,
 // which the host's other users may move between two rows.
 void pix_start_table(PixState *state);
 
-// Brings the streams to `row`: by seeking to where it is known to begin, or else by passing over
-// the rows before it, which count as consumed. Returns 0 or PIX_READ_FAILED.
+// Brings all files to `row`: by seeking to the nearest row before it that is known, where that is
+// needed or saves time, and by passing over the rows from there on, which count as read. Returns 0;
+// or PIX_READ_FAILED, without a change of the count, when the image is lost.
 [[nodiscard]] int pix_go_to_row(PixState *state, uint32_t row);
-
-// Counts the row at which the streams stood as consumed, and remembers where the next one begins.
-void pix_pass_row(PixState *state, PixRowSize size);

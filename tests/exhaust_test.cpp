@@ -87,8 +87,9 @@ class ExhaustTest : public ModuleTest {
             EXPECT_TRUE(qualifies || !whole || info.width == 0 || info.height == 0);
             EXPECT_EQ(info.width, word(0));
             EXPECT_EQ(info.channel_count, word(8) == 24 ? 3 : 0);
-            EXPECT_TRUE(info.channel_count == (state.has_colour ? 3 : 0) &&
-                        info.matte_count == state.has_matte && info.aux_count == state.has_depth);
+            EXPECT_TRUE(info.channel_count == (state.plane[PIX_COLOUR].present ? 3 : 0) &&
+                        info.matte_count == state.plane[PIX_MATTE].present &&
+                        info.aux_count == state.plane[PIX_DEPTH].present);
             check_rows(handle);
         } else {
             EXPECT_EQ(result, 0);

@@ -79,8 +79,8 @@ TEST_F(ModuleTest, Headers)
         EXPECT_EQ(module.read_open(handle), c.result);
         EXPECT_EQ(vyn__err, c.code);
         EXPECT_EQ(messages(), c.messages);
-        EXPECT_EQ(handle->priv->state->has_matte, c.mattes);
-        EXPECT_EQ(handle->priv->state->has_depth, c.depths);
+        EXPECT_EQ(handle->priv->state->plane[PIX_MATTE].present, c.mattes);
+        EXPECT_EQ(handle->priv->state->plane[PIX_DEPTH].present, c.depths);
         if (c.result == 1) {
             EXPECT_EQ(handle->info->matte_count, c.mattes);
             EXPECT_EQ(handle->info->aux_count, c.depths);

@@ -86,9 +86,9 @@ TEST_F(WriteTest, WhatIsWrittenFollowsDescriptionAndChoice)
         EXPECT_EQ(handle->info->aux_count, c.kept_depths);
         const PixState &state = *handle->priv->state;
         void *rows[5] = {red, green, blue, matte, depth};
-        void **next = rows + (state.has_colour ? 3 : 0); // absent kinds are left out
+        void **next = rows + (state.plane[PIX_COLOUR].present ? 3 : 0); // absent kinds are left out
         *next = matte;
-        next[state.has_matte ? 1 : 0] = depth;
+        next[state.plane[PIX_MATTE].present ? 1 : 0] = depth;
         EXPECT_EQ(write_rows(handle, rows), (std::vector<int32_t>{0, 0}));
         EXPECT_EQ(handle->close_proc(handle), 0);
         EXPECT_EQ(files(), c.files);

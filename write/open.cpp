@@ -2,9 +2,6 @@
 // writes its headers.
 #include "fileset/open.h"
 #include "fileset/close.h"
-#include "format/depth.h"
-#include "format/rows.h"
-#include "host/capabilities.h"
 #include "host/messages.h"
 #include "module/capabilities.h"
 #include "write/write.h"
@@ -43,7 +40,7 @@ static void pix_check_depth(const char *format, const ImageInfo *info)
     }
 }
 
-// Reports everything that the format cannot store. Nonzero when there is anything.
+// Reports everything that the format cannot store. Returns 0, or PIX_UNSUPPORTED.
 static int pix_check_description(const ImageHandle *handle)
 {
     vyn__err = PIX_OK;
@@ -63,15 +60,21 @@ static int pix_check_description(const ImageHandle *handle)
 static void pix_assign_kinds(PixState *state, const ImageInfo *info)
 {
     if (info->channel_count == 0 && info->matte_count == 1) {
-        state->has_matte = 1;
-        state->matte_fp = state->colour_fp;
-        state->colour_fp = nullptr;
+        pix_move_main_file(state, PIX_MATTE);
     } else if (info->channel_count == 0 && info->aux_count == 1) {
-        state->has_depth = 1;
-        state->depth_fp = state->colour_fp;
-        state->colour_fp = nullptr;
+        pix_move_main_file(state, PIX_DEPTH);
     } else if (info->channel_count == PIX_COLOUR_CHANNELS) {
-        state->has_colour = 1;
+        state->plane[PIX_COLOUR].present = true;
+    }
+}
+
+// Removes the files that a failed open has made. The main file has the image's name, whatever its
+// kind; a companion its own.
+static void pix_remove_files(PixState *state)
+{
+    const char *main = state->plane[PIX_COLOUR].name;
+    for (PixPlane &plane : state->plane) {
+        pix_discard_file(&plane.file[0], plane.name ? plane.name : main);
     }
 }
 
@@ -91,19 +94,34 @@ static int32_t pix_clamp(int64_t extent)
     return extent > INT32_MAX ? INT32_MAX : static_cast<int32_t>(extent);
 }
 
+// Writes the header of a plane, in one write, unless the image does not have it.
+template <class Header>
+static int pix_write_header(const PixPlane *plane, const Header &header)
+{
+    uint8_t bytes[sizeof(Header)];
+    pix_format_header(header, bytes);
+    const bool done = !plane->present || fwrite(bytes, sizeof bytes, 1, plane->file[0].fp) == 1;
+    return done ? PIX_OK : PIX_WRITE_FAILED;
+}
+
+// The low 16 bits of a size.
+static uint16_t pix_low_word(int64_t size)
+{
+    return static_cast<uint16_t>(size & 0xFFFF);
+}
+
 static int pix_write_headers(const PixState *state, int64_t width, int64_t height)
 {
-    PixHeader header = {static_cast<uint16_t>(width), static_cast<uint16_t>(height), 0,
-                        static_cast<uint16_t>(height - 1), PIX_COLOUR_BITS};
-    if (state->has_colour && pix_write_header(state->colour_fp, header) != 0) {
-        return 1;
+    const PixHeader colour = {pix_low_word(width), pix_low_word(height), 0,
+                              pix_low_word(height - 1), PIX_COLOUR_BITS};
+    PixHeader matte = colour;
+    matte.bits = PIX_MATTE_BITS;
+    const PixDepthHeader depth = {PIX_MAGIC_DEPTH_INT, colour.width, colour.height};
+    int failure = pix_write_header(&state->plane[PIX_COLOUR], colour);
+    if (!failure) {
+        failure = pix_write_header(&state->plane[PIX_MATTE], matte);
     }
-    header.bits = PIX_MATTE_BITS;
-    if (state->has_matte && pix_write_header(state->matte_fp, header) != 0) {
-        return 1;
-    }
-    const PixDepthHeader depth = {PIX_MAGIC_DEPTH_INT, header.width, header.height};
-    return state->has_depth && pix_write_header(state->depth_fp, depth) != 0;
+    return failure ? failure : pix_write_header(&state->plane[PIX_DEPTH], depth);
 }
 
 // Sets the state up for the first row and writes the headers, the low 16 bits of each size.
@@ -116,18 +134,17 @@ static int pix_start_files(const ImageHandle *handle, PixState *state)
     state->height = pix_clamp(height);
     state->mode = 'w';
     state->depth_kind = PIX_DEPTH_INT;
-    state->depth_sample_size = PIX_DEPTH_SAMPLE_SIZE;
     pix_assign_kinds(state, handle->info);
-    if (pix_write_headers(state, width, height) != 0) {
-        PIX_FAIL(PIX_WRITE_FAILED, PIX_MSG_CANNOT_WRITE_FILE, handle->file_name, strerror(errno));
-        return 1;
+    const int failure = pix_write_headers(state, width, height);
+    if (failure) {
+        PIX_FAIL(failure, PIX_MSG_CANNOT_WRITE_FILE, handle->file_name, strerror(errno));
     }
-    return 0;
+    return failure;
 }
 
 int32_t imageWriteOpen(ImageHandle *handle)
 {
-    if (pix_check_description(handle) != 0) {
+    if (pix_check_description(handle)) {
         return 0;
     }
     PixState *state = pix_attach_state(handle);
@@ -137,9 +154,9 @@ int32_t imageWriteOpen(ImageHandle *handle)
     handle->scanline_proc = pix_write_scanline;
     handle->close_proc = pix_close;
     state->channel_choice = pix_choose_channels(handle, PIX_CAP_OUTPUT_CHANNELS);
-    if (pix_open_image(handle, state, "w", "/dev/stdout", stdout) != 0 ||
-        pix_start_files(handle, state) != 0) {
-        pix_fail_open(state, PIX_RELEASE_REMOVING);
+    if (pix_open_file_set(handle, state, "w") || pix_start_files(handle, state)) {
+        pix_remove_files(state);
+        pix_fail_open(state);
         return 0;
     }
     return 1;

@@ -1,23 +1,60 @@
 // Appending scanlines: one row to every file of the image.
-#include "format/depth.h"
-#include "format/rows.h"
+#include "fileset/stream.h"
 #include "host/messages.h"
 #include "write/write.h"
 
-static int pix_encode_row(const PixState *state, void *const *rows)
+// Bytes of packets that are handed to a stream at once.
+constexpr size_t PIX_PACKET_BLOCK = 4096;
+
+// Appends a row, one packet for each run of equal pixels. Standard output takes its packets one by
+// one, for the host may have made it line-buffered.
+static int pix_write_packets(FILE *fp, PixRow row)
 {
-    const PixRowFiles files = pix_row_files(state, state->row);
-    int failure = PIX_OK;
-    if (state->has_colour) {
-        failure = pix_write_colour_row(files.colour, state->width, rows);
+    while (row.done < row.width) {
+        uint8_t block[PIX_PACKET_BLOCK];
+        const size_t size = pix_encode(&row, block, sizeof block, pix_can_shuffle);
+        const size_t step = pix_is_standard_stream(fp) ? pix_packet_size(row.channels) : size;
+        for (size_t at = 0; at < size; at += step) {
+            if (fwrite(block + at, step, 1, fp) != 1) {
+                return PIX_WRITE_FAILED;
+            }
+        }
     }
-    if (!failure && state->has_matte) {
-        failure = pix_write_matte_row(files.matte, state->width, pix_matte_buffer(state, rows));
+    return PIX_OK;
+}
+
+// Appends a row of integer samples. Converts the host's buffer in place for the write and always
+// back again.
+static int pix_write_depth_row(FILE *fp, int32_t width, int32_t *buffer)
+{
+    const auto count = static_cast<size_t>(width);
+    pix_swap_samples(buffer, count);
+    const size_t written = fwrite(buffer, PIX_DEPTH_SAMPLE_SIZE, count, fp);
+    pix_swap_samples(buffer, count);
+    return written == count ? PIX_OK : PIX_WRITE_FAILED;
+}
+
+static int pix_append_row(const PixState *state, void *const *rows)
+{
+    for (const PixKind kind : PIX_KINDS) {
+        const PixPlane *plane = &state->plane[kind];
+        if (!plane->present) {
+            continue;
+        }
+        FILE *fp = plane->file[0].fp;
+        const int32_t buffers = PIX_FACTS[kind].buffers;
+        flockfile(fp); // a standard stream may be in the hands of the host's other threads too
+        const int failure =
+            kind == PIX_DEPTH
+                ? pix_write_depth_row(fp, state->width, static_cast<int32_t *>(rows[0]))
+                : pix_write_packets(fp, {rows, buffers, state->width, 0});
+        funlockfile(fp);
+        if (failure) {
+            return failure;
+        }
+        rows += buffers;
     }
-    if (!failure && state->has_depth) {
-        failure = pix_write_depth_row(files.depth, state->width, pix_depth_buffer(state, rows));
-    }
-    return failure;
+    return PIX_OK;
 }
 
 int32_t pix_write_scanline(PixState *state, int32_t y, void *buffers)
@@ -31,7 +68,7 @@ int32_t pix_write_scanline(PixState *state, int32_t y, void *buffers)
         PIX_FAIL(PIX_BAD_SCANLINE, PIX_MSG_BAD_SCANLINE, y);
         return PIX_BAD_SCANLINE;
     }
-    if (pix_encode_row(state, static_cast<void *const *>(buffers)) != 0) {
+    if (pix_append_row(state, static_cast<void *const *>(buffers))) {
         PIX_FAIL(PIX_WRITE_FAILED, PIX_MSG_CANNOT_WRITE, y, strerror(errno));
         return PIX_WRITE_FAILED;
     }

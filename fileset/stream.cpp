@@ -1,0 +1,92 @@
+// Streams and their buffers. Standard C has no way to look into a stream's buffer, and a call of
+// the library for each packet or a seek for each row, which is always a system call, takes longer
+// than the row itself. So two functions here know the fields of glibc's streams, as the inlined
+// getc_unlocked does. PIX_OPAQUE_STREAMS leaves that out, as any other C library does.
+#include "fileset/stream.h"
+
+#include "host/messages.h"
+
+#include <stdio_ext.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#if defined(__GLIBC__) && !defined(PIX_OPAQUE_STREAMS)
+
+PixSpan pix_look(FILE *fp)
+{
+    return {reinterpret_cast<const uint8_t *>(fp->_IO_read_ptr),
+            reinterpret_cast<const uint8_t *>(fp->_IO_read_end)};
+}
+
+bool pix_consume(FILE *fp, long bytes)
+{
+    if (bytes < fp->_IO_read_base - fp->_IO_read_ptr ||
+        bytes > fp->_IO_read_end - fp->_IO_read_ptr) {
+        return false;
+    }
+    fp->_IO_read_ptr += bytes;
+    return true;
+}
+
+#else
+
+PixSpan pix_look(FILE *)
+{
+    return {};
+}
+
+bool pix_consume(FILE *, long)
+{
+    return false;
+}
+
+#endif
+
+// Bytes of a stream's buffer. System calls may be dear, so writing gets a large one, and so does a
+// file that fits into it whole. Rows of a longer one that are read out of order fill a whole buffer
+// each, and in reverse order two where they lie across its edge: the small size serves both.
+constexpr size_t PIX_SMALL_BUFFER = 8192;
+constexpr size_t PIX_LARGE_BUFFER = 65536;
+
+static size_t pix_buffer_size(FILE *fp, const char *mode)
+{
+    struct stat file;
+    const bool large = mode[0] == 'w' ||
+                       (fstat(fileno(fp), &file) == 0 && file.st_size <= off_t{PIX_LARGE_BUFFER});
+    return large ? PIX_LARGE_BUFFER : PIX_SMALL_BUFFER;
+}
+
+bool pix_open_file(PixFile *file, const char *name, const char *mode)
+{
+    file->fp = fopen(name, mode);
+    if (!file->fp) {
+        return false;
+    }
+    if (__fbufsize(file->fp) == 0) {
+        const int kept = errno;
+        const size_t size = pix_buffer_size(file->fp, mode);
+        file->buffer = static_cast<char *>(malloc(size));
+        if (file->buffer) {
+            (void)setvbuf(file->fp, file->buffer, _IOFBF, size);
+        }
+        errno = kept;
+    }
+    return true;
+}
+
+int pix_close_file(PixFile *file)
+{
+    const PixFile closed = *file;
+    *file = {};
+    const bool open = closed.fp && !pix_is_standard_stream(closed.fp);
+    const int result = open && fclose(closed.fp) != 0 ? PIX_WRITE_FAILED : PIX_OK;
+    const int reason = errno;
+    free(closed.buffer);
+    errno = reason;
+    return result;
+}
+
+bool pix_is_standard_stream(const FILE *fp)
+{
+    return fp == stdin || fp == stdout;
+}
