@@ -191,14 +191,15 @@ static int pix_open_searching(PixMainOpen *open)
 // --- The set --------------------------------------------------------------------------------
 
 // Reads the `bits` word of the main file and returns the stream to the start of the file. Returns
-// 0; or PIX_READ_FAILED, with errno and a report, when the stream cannot be positioned or read.
+// 0; or PIX_READ_FAILED, with errno and a report, when the stream cannot be positioned or read. The
+// header is read whole, for the C library keeps what it has read from the start of a file.
 static int pix_read_bits(const PixMainOpen *open, uint16_t *bits)
 {
     FILE *fp = open->plane->file[0].fp;
-    uint8_t bytes[sizeof(uint16_t)];
-    if (fseek(fp, offsetof(PixHeader, bits), SEEK_SET) == 0 &&
-        fread(bytes, sizeof bytes, 1, fp) == 1 && fseek(fp, 0, SEEK_SET) == 0) {
-        *bits = pix_word(bytes);
+    uint8_t bytes[sizeof(PixHeader)];
+    if (fseek(fp, 0, SEEK_SET) == 0 && fread(bytes, sizeof bytes, 1, fp) == 1 &&
+        fseek(fp, 0, SEEK_SET) == 0) {
+        *bits = pix_word(bytes + offsetof(PixHeader, bits));
         return PIX_OK;
     }
     const int reason = errno;

@@ -44,16 +44,23 @@ bool pix_consume(FILE *, long)
 
 // Bytes of a stream's buffer. System calls may be dear, so writing gets a large one, and so does a
 // file that fits into it whole. Rows of a longer one that are read out of order fill a whole buffer
-// each, and in reverse order two where they lie across its edge: the small size serves both.
-constexpr size_t PIX_SMALL_BUFFER = 8192;
+// each, or two where they lie across its edge: a part of the file serves both, some three rows.
+constexpr size_t PIX_LEAST_BUFFER = 8192;
 constexpr size_t PIX_LARGE_BUFFER = 65536;
+constexpr size_t PIX_BUFFERS_A_FILE = 512;
 
 static size_t pix_buffer_size(FILE *fp, const char *mode)
 {
-    struct stat file;
-    const bool large = mode[0] == 'w' ||
-                       (fstat(fileno(fp), &file) == 0 && file.st_size <= off_t{PIX_LARGE_BUFFER});
-    return large ? PIX_LARGE_BUFFER : PIX_SMALL_BUFFER;
+    struct stat entry;
+    if (mode[0] == 'w' || fstat(fileno(fp), &entry) != 0) {
+        return PIX_LARGE_BUFFER;
+    }
+    const auto file = static_cast<size_t>(entry.st_size);
+    size_t size = file <= PIX_LARGE_BUFFER ? PIX_LARGE_BUFFER : PIX_LEAST_BUFFER;
+    while (size < PIX_LARGE_BUFFER && size * PIX_BUFFERS_A_FILE < file) {
+        size *= 2;
+    }
+    return size;
 }
 
 bool pix_open_file(PixFile *file, const char *name, const char *mode)

@@ -157,16 +157,27 @@ PIX_WITH_SHUFFLES static PixStop pix_decode_shuffling(PixSpan *span, PixRow *row
     return stop;
 }
 
-// Passes over a row.
-static PixStop pix_decode_nothing(PixSpan *span, PixRow *row)
+// Passes over a row: 16 bytes of packets at a time while the row goes on behind them, then packet
+// by packet.
+template <int Channels> static PixStop pix_pass_over(PixSpan *span, PixRow *row)
 {
-    const auto size = static_cast<ptrdiff_t>(pix_packet_size(row->channels));
+    const __m128i is_count = Channels == 3 ? _mm_set1_epi32(0xFF) : _mm_set1_epi16(0xFF);
+    while (span->end - span->at >= PIX_BLOCK) {
+        const __m128i counts = _mm_and_si128(pix_load(span->at), is_count);
+        const __m128i sums = _mm_sad_epu8(counts, _mm_setzero_si128());
+        const int32_t sum = _mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4);
+        if (sum >= row->width - row->done) {
+            break;
+        }
+        row->done += sum;
+        span->at += PIX_BLOCK;
+    }
     while (row->done < row->width) {
-        if (span->end - span->at < size) {
+        if (span->end - span->at < 1 + Channels) {
             return PIX_STOP_SPAN;
         }
         row->done += *span->at;
-        span->at += size;
+        span->at += 1 + Channels;
     }
     return PIX_STOP_ROW;
 }
@@ -174,7 +185,8 @@ static PixStop pix_decode_nothing(PixSpan *span, PixRow *row)
 PixStop pix_decode(PixSpan *span, PixRow *row, bool shuffle)
 {
     if (!row->buffers) {
-        return pix_decode_nothing(span, row);
+        return row->channels == PIX_MATTE_CHANNELS ? pix_pass_over<PIX_MATTE_CHANNELS>(span, row)
+                                                   : pix_pass_over<PIX_COLOUR_CHANNELS>(span, row);
     }
     if (row->channels == PIX_MATTE_CHANNELS) {
         return pix_decode_plain<PIX_MATTE_CHANNELS>(span, row);
