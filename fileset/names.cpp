@@ -10,27 +10,12 @@
 // "shot.pix" is stored as "shot.pix.e" and "shot.pix.o", and "shot.7", which ends in a frame
 // number, as "shot.7e" and "shot.7o".
 
-static bool pix_is_digit(char c)
+// Makes a name of the first `length` bytes of `base`, a separator and a letter. One that does not
+// fit is empty.
+static void pix_make_name(char *name, const char *base, size_t length, const char *separator,
+                          const char *letter)
 {
-    return c >= '0' && c <= '9';
-}
-
-// Returns how many of the first `end` bytes stand before a "." that is followed by nothing but
-// digits, or -1 without such a ".".
-static ptrdiff_t pix_before_dot(const char *name, size_t end)
-{
-    while (end > 0 && pix_is_digit(name[end - 1])) {
-        --end;
-    }
-    return end > 0 && name[end - 1] == '.' ? static_cast<ptrdiff_t>(end - 1) : -1;
-}
-
-// Makes `name` of the first `length` bytes of `base`, a separator and a letter, or an empty name
-// when that does not fit.
-static void pix_make_field_name(char *name, const char *base, size_t length, const char *separator,
-                                char letter)
-{
-    const int size = snprintf(name, PIX_NAME_SIZE, "%.*s%s%c", static_cast<int>(length), base,
+    const int size = snprintf(name, PIX_NAME_SIZE, "%.*s%s%s", static_cast<int>(length), base,
                               separator, letter);
     if (size < 0 || static_cast<size_t>(size) >= PIX_NAME_SIZE) {
         name[0] = '\0';
@@ -39,31 +24,26 @@ static void pix_make_field_name(char *name, const char *base, size_t length, con
 
 void pix_field_names(const char *name, char mode, PixNames *names)
 {
-    size_t length = strlen(name);
-    names->is_field = false;
-    if (mode == 'w') {
-        memcpy(names->base, name, length + 1);
-        memcpy(names->even, name, length + 1);
-        memcpy(names->odd, name, length + 1);
-        return;
-    }
+    const size_t length = strlen(name);
     const char last = name[length - 1];
-    const char *separator = ".";
-    if (last == 'e' || last == 'o') {
-        const ptrdiff_t dot = pix_before_dot(name, length - 1);
-        if (dot >= 0) {
-            names->is_field = true;
-            const bool numbered = static_cast<size_t>(dot) + 1 < length - 1;
-            separator = numbered ? "" : ".";
-            length = numbered ? length - 1 : static_cast<size_t>(dot);
-        }
-    } else if (pix_is_digit(last) && pix_before_dot(name, length) >= 0) {
-        separator = "";
+    const bool has_letter = last == 'e' || last == 'o';
+    const size_t end = has_letter ? length - 1 : length; // of the frame number, if there is one
+    size_t start = end;
+    while (start > 0 && name[start - 1] >= '0' && name[start - 1] <= '9') {
+        --start;
     }
-    memcpy(names->base, name, length);
-    names->base[length] = '\0';
-    pix_make_field_name(names->even, name, length, separator, 'e');
-    pix_make_field_name(names->odd, name, length, separator, 'o');
+    const bool reading = mode == 'r';
+    const bool after_dot = reading && start > 0 && name[start - 1] == '.';
+    const bool numbered = after_dot && start < end;
+    names->is_field = after_dot && has_letter;
+    size_t base = length;
+    if (names->is_field) {
+        base = numbered ? end : start - 1;
+    }
+    const char *separator = numbered || !reading ? "" : ".";
+    pix_make_name(names->base, name, base, "", "");
+    pix_make_name(names->even, name, base, separator, reading ? "e" : "");
+    pix_make_name(names->odd, name, base, separator, reading ? "o" : "");
 }
 
 // --- Companions -----------------------------------------------------------------------------
@@ -71,14 +51,10 @@ void pix_field_names(const char *name, char mode, PixNames *names)
 
 static const char *pix_directory_label(int kind)
 {
-    switch (kind) {
-    case PIX_COMPANION_DEPTH:
-        return pix_label(PIX_LABEL_DEPTH);
-    case PIX_COMPANION_MATTE:
-        return pix_label(PIX_LABEL_MATTE);
-    default:
+    if (kind != PIX_COMPANION_DEPTH && kind != PIX_COMPANION_MATTE) {
         abort();
     }
+    return pix_label(kind == PIX_COMPANION_DEPTH ? PIX_LABEL_DEPTH : PIX_LABEL_MATTE);
 }
 
 // True when something of that name is there, or a directory has been made; else errno says why not.
@@ -88,10 +64,12 @@ static bool pix_have_directory(const char *path)
     return stat(path, &entry) == 0 || mkdir(path, 0777) == 0;
 }
 
-// The last '/' among the first `length` bytes, or null.
-static const char *pix_last_slash(const char *path, size_t length)
+// Bytes of the path up to the second last '/', and with it; or none.
+static size_t pix_parent_length(const char *path, const char *last)
 {
-    return static_cast<const char *>(memrchr(path, '/', length));
+    const auto length = static_cast<size_t>(last - path);
+    const auto *above = static_cast<const char *>(memrchr(path, '/', length));
+    return above ? static_cast<size_t>(above - path) + 1 : length == 0;
 }
 
 const char *pix_companion_path(const char *path, const char *mode, int kind)
@@ -101,31 +79,21 @@ const char *pix_companion_path(const char *path, const char *mode, int kind)
         return nullptr;
     }
     const char *label = pix_directory_label(kind);
-    const char *last = pix_last_slash(path, strlen(path));
-    const char *above = last ? pix_last_slash(path, static_cast<size_t>(last - path)) : nullptr;
-
-    // The directory is `parent` (the first bytes of it), a separator and the label.
+    const char *last = strrchr(path, '/');
     const char *file = last ? last + 1 : path;
-    const char *parent = "..";
-    int parent_length = 2;
-    const char *separator = "/";
-    if (last) {
-        parent = path;
-        parent_length = above ? static_cast<int>(above - path) : 0;
-        separator = above || last == path ? "/" : "";
-    }
-    const int directory_length =
-        snprintf(companion, sizeof companion, "%.*s%s%s", parent_length, parent, separator, label);
-    if (directory_length < 0 ||
-        static_cast<size_t>(directory_length) + 1 + strlen(file) >= sizeof companion) {
+    const char *parent = last ? path : "../";
+    const size_t parent_length = last ? pix_parent_length(path, last) : strlen(parent);
+    const size_t directory_length = parent_length + strlen(label);
+    if (directory_length + 1 + strlen(file) >= sizeof companion) {
         errno = ENAMETOOLONG;
         return nullptr;
     }
+    memcpy(companion, parent, parent_length);
+    strcpy(companion + parent_length, label);
     if (STR_compare(mode, "w") == 0 && !pix_have_directory(companion)) {
         return nullptr;
     }
-    char *end = companion + directory_length;
-    *end = '/';
-    memcpy(end + 1, file, strlen(file) + 1);
+    companion[directory_length] = '/';
+    strcpy(companion + directory_length + 1, file);
     return companion;
 }

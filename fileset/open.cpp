@@ -15,13 +15,9 @@ struct PixMainOpen {
     PixPlane *plane;
     PixNames names; // those of a search are replaced by the paths found
     const char *mode;
+    bool writing;
     FILE *standard; // what the host's name means instead of a file, or null
 };
-
-static bool pix_is_writing(const PixMainOpen *open)
-{
-    return open->mode[0] == 'w';
-}
 
 // --- One attempt ----------------------------------------------------------------------------
 
@@ -76,7 +72,7 @@ static int pix_open_exact(PixMainOpen *open)
     if (pix_open_single(open, names->base)) {
         return PIX_OK;
     }
-    if (names->is_field || pix_is_writing(open)) {
+    if (names->is_field || open->writing) {
         return PIX_CANNOT_OPEN;
     }
     const bool even = pix_open_field(open, 0, names->even);
@@ -116,6 +112,16 @@ static bool pix_resolve_field(const char *list, char *name)
     return name[0] == '\0' || pix_resolve(list, name) > 0;
 }
 
+// Closes what an attempt has opened, and removes it if it was made under `name`.
+static void pix_give_up(PixMainOpen *open, const char *name)
+{
+    if (open->writing) {
+        pix_discard_file(&open->plane->file[0], name);
+    } else {
+        pix_close_plane(open->plane, nullptr);
+    }
+}
+
 // Tries the name as a single file. Without a path for every name the file is given up again.
 static bool pix_try_single(PixMainOpen *open, const char *list)
 {
@@ -127,11 +133,7 @@ static bool pix_try_single(PixMainOpen *open, const char *list)
         open->names = found;
         return true;
     }
-    if (pix_is_writing(open)) {
-        pix_discard_file(&open->plane->file[0], found.base);
-    } else {
-        pix_close_plane(open->plane, nullptr);
-    }
+    pix_give_up(open, found.base);
     return false;
 }
 
@@ -144,7 +146,7 @@ static bool pix_try_pair(PixMainOpen *open, const char *list)
         return false;
     }
     if (!pix_resolve_base(list, &found)) {
-        pix_close_plane(open->plane, nullptr);
+        pix_give_up(open, found.even);
         return false;
     }
     if (!pix_resolve_field(list, found.odd) || !pix_open_field(open, 1, found.odd)) {
@@ -159,7 +161,7 @@ static bool pix_try_pair(PixMainOpen *open, const char *list)
 static bool pix_search(PixMainOpen *open)
 {
     const char *list = getenv("KV_IMG_DIR");
-    if (pix_is_writing(open)) {
+    if (open->writing) {
         return pix_try_single(open, list);
     }
     const char *const lists[] = {nullptr, list};
@@ -182,8 +184,8 @@ static int pix_open_searching(PixMainOpen *open)
         return PIX_CANNOT_OPEN;
     }
     const int failure = pix_save_name(open);
-    if (failure && pix_is_writing(open)) { // without a name in the state nobody could remove it
-        pix_discard_file(&open->plane->file[0], open->names.base);
+    if (failure) { // without a name in the state nobody else could remove a file
+        pix_give_up(open, open->names.base);
     }
     return failure;
 }
@@ -208,6 +210,21 @@ static int pix_read_bits(const PixMainOpen *open, uint16_t *bits)
     return PIX_READ_FAILED;
 }
 
+// Opens the companions that the image may have.
+static int pix_open_companions(const PixMainOpen *open, ImageInfo *info)
+{
+    if (open->writing) {
+        pix_open_write_companions(open->state, &open->names, info);
+        return PIX_OK;
+    }
+    uint16_t bits = 0;
+    const int failure = pix_read_bits(open, &bits);
+    if (!failure && bits != PIX_MATTE_BITS) {
+        pix_open_read_companions(open->state, &open->names, info);
+    }
+    return failure;
+}
+
 // Everything but the report of a failure, whose reason is in errno.
 static int pix_open_files(PixMainOpen *open, ImageHandle *handle)
 {
@@ -219,33 +236,20 @@ static int pix_open_files(PixMainOpen *open, ImageHandle *handle)
         return PIX_CANNOT_OPEN;
     }
     pix_field_names(handle->file_name, open->mode[0], &open->names);
-    if (handle->name_is_exact ? pix_open_exact(open) : pix_open_searching(open)) {
-        return PIX_CANNOT_OPEN;
-    }
-    if (pix_is_writing(open)) {
-        pix_open_write_companions(open->state, &open->names, handle->info);
-        return PIX_OK;
-    }
-    uint16_t bits = 0;
-    if (const int failure = pix_read_bits(open, &bits)) {
-        return failure;
-    }
-    if (bits != PIX_MATTE_BITS) {
-        pix_open_read_companions(open->state, &open->names, handle->info);
-    }
-    return PIX_OK;
+    const int failure = handle->name_is_exact ? pix_open_exact(open) : pix_open_searching(open);
+    return failure ? failure : pix_open_companions(open, handle->info);
 }
 
 int pix_open_file_set(ImageHandle *handle, PixState *state, const char *mode)
 {
-    PixMainOpen open = {state, &state->plane[PIX_COLOUR], {}, mode, nullptr};
-    const bool writing = pix_is_writing(&open);
-    if (STR_compare(handle->file_name, writing ? "/dev/stdout" : "/dev/stdin") == 0) {
-        open.standard = writing ? stdout : stdin;
+    PixMainOpen open = {state, &state->plane[PIX_COLOUR], {}, mode, mode[0] == 'w', nullptr};
+    if (STR_compare(handle->file_name, open.writing ? "/dev/stdout" : "/dev/stdin") == 0) {
+        open.standard = open.writing ? stdout : stdin;
     }
-    if (pix_open_files(&open, handle) == PIX_OK) {
-        return PIX_OK;
+    const int failure = pix_open_files(&open, handle);
+    if (failure) {
+        PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_CANNOT_OPEN, pix_shown_name(handle, state),
+                 strerror(errno));
     }
-    PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_CANNOT_OPEN, pix_shown_name(handle, state), strerror(errno));
-    return PIX_CANNOT_OPEN;
+    return failure;
 }

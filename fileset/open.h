@@ -7,6 +7,6 @@
 // for, with fopen's `mode` "r" or "w". The name of the standard stream of that direction means the
 // stream. Sets the planes of the state, which are present as far as companions were opened, and the
 // counts of mattes and auxiliary channels in the handle's ImageInfo; a companion that cannot be
-// opened is left out. Returns 0; or PIX_CANNOT_OPEN, which it has reported, when the main file
+// opened is left out. Returns 0; or a code, with PIX_CANNOT_OPEN reported, when the main file
 // cannot be opened, named or told from a matte. Whatever was opened until then is in the state.
 [[nodiscard]] int pix_open_file_set(ImageHandle *handle, PixState *state, const char *mode);

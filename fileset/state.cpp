@@ -3,24 +3,30 @@
 
 #include "host/messages.h"
 
+void *pix_allocate(size_t size)
+{
+    void *block = ERR_malloc(size);
+    if (!block) {
+        vyn__err = PIX_NO_MEMORY;
+    }
+    return block;
+}
+
 PixState *pix_attach_state(ImageHandle *handle)
 {
-    handle->priv = static_cast<PixPrivate *>(ERR_malloc(sizeof(PixPrivate)));
+    handle->priv = static_cast<PixPrivate *>(pix_allocate(sizeof(PixPrivate)));
     if (!handle->priv) {
-        vyn__err = PIX_NO_MEMORY;
         return nullptr;
     }
     handle->priv->state = nullptr;
-    PixState *state = static_cast<PixState *>(ERR_malloc(sizeof(PixState)));
+    PixState *state = static_cast<PixState *>(pix_allocate(sizeof(PixState)));
     handle->priv->state = state;
-    if (!state) {
-        vyn__err = PIX_NO_MEMORY;
-        return nullptr;
+    if (state) {
+        *state = {};
+        state->mode = 'r';
+        state->fields = 1;
+        state->channel_choice = PIX_CHANNELS_UNDECIDED;
     }
-    *state = {};
-    state->mode = 'r';
-    state->fields = 1;
-    state->channel_choice = PIX_CHANNELS_UNDECIDED;
     return state;
 }
 

@@ -72,9 +72,11 @@ struct PixState {
     long *table;         // owned: the starts of all planes; null: not remembered
 };
 
+// Returns a block of the host's memory; or null, with vyn__err set and no message.
+[[nodiscard]] void *pix_allocate(size_t size);
+
 // Gives the handle a private block and a new state, empty but for mode 'r', one file a plane and an
-// undecided channel choice. Returns the state; or null when memory is exhausted, with vyn__err set
-// and no message.
+// undecided channel choice. Returns the state, or null as pix_allocate does.
 [[nodiscard]] PixState *pix_attach_state(ImageHandle *handle);
 
 // Makes the main file, whose kind is not colour, the image's only one of that kind. The name stays

@@ -15,8 +15,8 @@ void pix_parse_header(const uint8_t bytes[sizeof(PixDepthHeader)], PixDepthHeade
 
 static void pix_put_word(uint8_t *bytes, uint32_t value)
 {
-    bytes[0] = static_cast<uint8_t>(value >> 8 & 0xFF);
-    bytes[1] = static_cast<uint8_t>(value & 0xFF);
+    bytes[0] = static_cast<uint8_t>(value >> 8);
+    bytes[1] = static_cast<uint8_t>(value);
 }
 
 void pix_format_header(const PixHeader &header, uint8_t bytes[sizeof(PixHeader)])
@@ -46,7 +46,7 @@ static bool pix_join_sizes(const Header &even, const Header &odd, Header *whole)
         return false;
     }
     *whole = even;
-    whole->height = static_cast<uint16_t>((even.height + odd.height) & 0xFFFF);
+    whole->height = static_cast<uint16_t>(even.height + odd.height);
     return true;
 }
 

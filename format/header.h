@@ -29,15 +29,7 @@ struct PixDepthHeader {
 };
 
 static_assert(sizeof(PixHeader) == 10);
-static_assert(offsetof(PixHeader, width) == 0);
-static_assert(offsetof(PixHeader, height) == 2);
-static_assert(offsetof(PixHeader, x_offset) == 4);
-static_assert(offsetof(PixHeader, y_offset) == 6);
-static_assert(offsetof(PixHeader, bits) == 8);
 static_assert(sizeof(PixDepthHeader) == 8);
-static_assert(offsetof(PixDepthHeader, magic) == 0);
-static_assert(offsetof(PixDepthHeader, width) == 4);
-static_assert(offsetof(PixDepthHeader, height) == 6);
 
 // The 16-bit value of two bytes in a file.
 [[nodiscard]] inline uint16_t pix_word(const uint8_t *bytes)

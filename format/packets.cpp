@@ -4,27 +4,22 @@
 
 #include "format/shuffles.h"
 
-#include <cpuid.h>
+#include <initializer_list>
 #include <string.h>
+
 #include <tmmintrin.h> // SSE2, which every x86-64 has, and SSSE3
 
 // A function that may use byte shuffles, and count bits: to be called where the processor can.
 #define PIX_WITH_SHUFFLES __attribute__((target("ssse3,popcnt")))
 
+// Row loops keep their state in registers only if what they call is inlined.
+#define PIX_INLINE [[gnu::always_inline]] static inline
+
 constexpr int32_t PIX_BLOCK = sizeof(__m128i); // pixels of one channel handled at once
 constexpr int32_t PIX_GROUP = 4;               // packets handled at once
 
-static bool pix_detect_shuffles()
-{
-    unsigned eax = 0;
-    unsigned ebx = 0;
-    unsigned ecx = 0;
-    unsigned edx = 0;
-    return __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & bit_SSSE3) != 0 &&
-           (ecx & bit_POPCNT) != 0;
-}
-
-const bool pix_can_shuffle = pix_detect_shuffles();
+const bool pix_can_shuffle =
+    __builtin_cpu_supports("ssse3") != 0 && __builtin_cpu_supports("popcnt") != 0;
 
 static inline __m128i pix_load(const void *bytes)
 {
@@ -36,28 +31,32 @@ static inline void pix_store(void *bytes, __m128i value)
     _mm_storeu_si128(static_cast<__m128i *>(bytes), value);
 }
 
-// The row's buffers as bytes, kept where the compiler knows that no store of a pixel changes them.
-template <int Channels>
-struct PixBuffers {
-    uint8_t *channel[Channels];
-};
-
-template <int Channels>
-static inline PixBuffers<Channels> pix_buffers(const PixRow *row)
-{
-    PixBuffers<Channels> buffers;
-    for (int channel = 0; channel < Channels; ++channel) {
-        buffers.channel[channel] = static_cast<uint8_t *>(row->buffers[channel]);
-    }
-    return buffers;
-}
-
-// --- Decoding -------------------------------------------------------------------------------
-
 static inline __m128i pix_repeat(uint8_t value)
 {
     return _mm_set1_epi8(static_cast<char>(value));
 }
+
+// A row while it is coded: a copy, so that the compiler knows that no store of a pixel changes it.
+template <int Channels>
+struct PixCursor {
+    uint8_t *channel[Channels];
+    int32_t width;
+    int32_t done;
+};
+
+using PixColourCursor = PixCursor<PIX_COLOUR_CHANNELS>;
+
+template <int Channels>
+static inline PixCursor<Channels> pix_start(const PixRow *row)
+{
+    PixCursor<Channels> cursor = {{}, row->width, row->done};
+    for (int channel = 0; channel < Channels; ++channel) {
+        cursor.channel[channel] = static_cast<uint8_t *>(row->buffers[channel]);
+    }
+    return cursor;
+}
+
+// --- Decoding -------------------------------------------------------------------------------
 
 // Fills `count` pixels from `start` on, and no others.
 static inline void pix_fill(uint8_t *start, int32_t count, uint8_t value)
@@ -78,28 +77,27 @@ static inline void pix_fill(uint8_t *start, int32_t count, uint8_t value)
 // then is a length that the processor cannot predict: a short run is one store of fixed size, as
 // long as that stays inside the row. What it spills is overwritten by the packets that follow.
 template <int Channels>
-[[gnu::always_inline]] static inline PixStop pix_decode_some(PixSpan *span, PixRow *row,
-                                                             PixBuffers<Channels> to, int64_t most)
+PIX_INLINE PixStop pix_decode_some(PixSpan *span, PixCursor<Channels> *to, int64_t most)
 {
-    for (; row->done < row->width && most > 0; --most) {
+    for (; to->done < to->width && most > 0; --most) {
         if (span->end - span->at < 1 + Channels) {
             return PIX_STOP_SPAN;
         }
         const uint8_t *packet = span->at;
         span->at += 1 + Channels;
-        if (packet[0] > row->width - row->done) {
+        if (packet[0] > to->width - to->done) {
             return PIX_STOP_WIDTH;
         }
-        if (packet[0] <= PIX_BLOCK && row->done <= row->width - PIX_BLOCK) {
+        if (packet[0] <= PIX_BLOCK && to->done <= to->width - PIX_BLOCK) {
             for (int channel = 0; channel < Channels; ++channel) {
-                pix_store(to.channel[channel] + row->done, pix_repeat(packet[Channels - channel]));
+                pix_store(to->channel[channel] + to->done, pix_repeat(packet[Channels - channel]));
             }
         } else {
             for (int channel = 0; channel < Channels; ++channel) {
-                pix_fill(to.channel[channel] + row->done, packet[0], packet[Channels - channel]);
+                pix_fill(to->channel[channel] + to->done, packet[0], packet[Channels - channel]);
             }
         }
-        row->done += packet[0];
+        to->done += packet[0];
     }
     return PIX_STOP_ROW;
 }
@@ -108,19 +106,18 @@ template <int Channels>
 static PixStop pix_decode_plain(PixSpan *span, PixRow *row)
 {
     PixSpan left = *span;
-    PixRow part = *row;
-    const PixStop stop = pix_decode_some(&left, &part, pix_buffers<Channels>(row), INT64_MAX);
+    PixCursor<Channels> to = pix_start<Channels>(row);
+    const PixStop stop = pix_decode_some(&left, &to, INT64_MAX);
     *span = left;
-    *row = part;
+    row->done = to.done;
     return stop;
 }
 
 // Decodes groups of four packets with 1 to 4 pixels each, while they last. The counts of a group
 // choose a shuffle that gathers its 4 to 16 pixels of one channel.
-PIX_WITH_SHUFFLES static inline void pix_decode_groups(PixSpan *span, PixRow *row,
-                                                       PixBuffers<PIX_COLOUR_CHANNELS> to)
+PIX_WITH_SHUFFLES static inline void pix_decode_groups(PixSpan *span, PixColourCursor *to)
 {
-    while (span->end - span->at >= PIX_BLOCK && row->width - row->done >= PIX_BLOCK) {
+    while (span->end - span->at >= PIX_BLOCK && to->width - to->done >= PIX_BLOCK) {
         const __m128i packets = pix_load(span->at);
         const __m128i counts = _mm_shuffle_epi8(packets, _mm_set1_epi32(0x0C080400));
         const uint32_t above = static_cast<uint32_t>(_mm_cvtsi128_si32(counts)) - 0x01010101;
@@ -129,13 +126,13 @@ PIX_WITH_SHUFFLES static inline void pix_decode_groups(PixSpan *span, PixRow *ro
         }
         // The two bits of each count, side by side, the first packet's lowest.
         const uint32_t index = (above * 0x01041040) >> 24;
-        const __m128i red = pix_load(PIX_SPREADS.shuffle[index].from);
-        const __m128i green = _mm_sub_epi8(red, _mm_set1_epi8(1));
-        const __m128i blue = _mm_sub_epi8(red, _mm_set1_epi8(2));
-        pix_store(to.channel[0] + row->done, _mm_shuffle_epi8(packets, red));
-        pix_store(to.channel[1] + row->done, _mm_shuffle_epi8(packets, green));
-        pix_store(to.channel[2] + row->done, _mm_shuffle_epi8(packets, blue));
-        row->done += PIX_GROUP + static_cast<int32_t>((above * 0x01010101) >> 24);
+        const __m128i red = pix_load(PIX_SPREADS.from[index]);
+        const __m128i green = _mm_sub_epi8(red, pix_repeat(1));
+        const __m128i blue = _mm_sub_epi8(red, pix_repeat(2));
+        pix_store(to->channel[0] + to->done, _mm_shuffle_epi8(packets, red));
+        pix_store(to->channel[1] + to->done, _mm_shuffle_epi8(packets, green));
+        pix_store(to->channel[2] + to->done, _mm_shuffle_epi8(packets, blue));
+        to->done += PIX_GROUP + static_cast<int32_t>((above * 0x01010101) >> 24);
         span->at += PIX_BLOCK;
     }
 }
@@ -144,22 +141,22 @@ PIX_WITH_SHUFFLES static inline void pix_decode_groups(PixSpan *span, PixRow *ro
 // test for a group is made once in four.
 PIX_WITH_SHUFFLES static PixStop pix_decode_shuffling(PixSpan *span, PixRow *row)
 {
-    const PixBuffers<PIX_COLOUR_CHANNELS> to = pix_buffers<PIX_COLOUR_CHANNELS>(row);
     PixSpan left = *span;
-    PixRow part = *row;
+    PixColourCursor to = pix_start<PIX_COLOUR_CHANNELS>(row);
     PixStop stop = PIX_STOP_ROW;
-    while (stop == PIX_STOP_ROW && part.done < part.width) {
-        pix_decode_groups(&left, &part, to);
-        stop = pix_decode_some(&left, &part, to, PIX_GROUP);
+    while (stop == PIX_STOP_ROW && to.done < to.width) {
+        pix_decode_groups(&left, &to);
+        stop = pix_decode_some(&left, &to, PIX_GROUP);
     }
     *span = left;
-    *row = part;
+    row->done = to.done;
     return stop;
 }
 
 // Passes over a row: 16 bytes of packets at a time while the row goes on behind them, then packet
 // by packet.
-template <int Channels> static PixStop pix_pass_over(PixSpan *span, PixRow *row)
+template <int Channels>
+static PixStop pix_pass_over(PixSpan *span, PixRow *row)
 {
     const __m128i is_count = Channels == 3 ? _mm_set1_epi32(0xFF) : _mm_set1_epi16(0xFF);
     while (span->end - span->at >= PIX_BLOCK) {
@@ -202,14 +199,13 @@ PixStop pix_decode(PixSpan *span, PixRow *row, bool shuffle)
 // Appends `count` pixels equal to pixel `done`, at most two packets full. A packet is put together
 // as a number, its first byte lowest: bytes stored one by one and fetched together stall.
 template <int Channels>
-[[gnu::always_inline]] static inline uint8_t *pix_put_run(PixRow *row, PixBuffers<Channels> from,
-                                                          int32_t count, uint8_t *out)
+PIX_INLINE uint8_t *pix_put_run(PixCursor<Channels> *from, int32_t count, uint8_t *out)
 {
     uint32_t pixel = 0;
     for (int channel = 0; channel < Channels; ++channel) {
-        pixel |= uint32_t{from.channel[channel][row->done]} << (8 * (Channels - channel));
+        pixel |= uint32_t{from->channel[channel][from->done]} << (8 * (Channels - channel));
     }
-    row->done += count;
+    from->done += count;
     if (count > PIX_MAX_RUN) {
         const uint32_t packet = pixel | PIX_MAX_RUN;
         memcpy(out, &packet, 1 + Channels);
@@ -224,116 +220,111 @@ template <int Channels>
 // Compares PIX_BLOCK pixels from `at` on with their right neighbours, all channels at once: bit i
 // of the result is set when pixel at + i ends a run. No branch depends on a pixel.
 template <int Channels>
-[[gnu::always_inline]] static inline uint32_t pix_run_ends(PixBuffers<Channels> from, int32_t at)
+PIX_INLINE uint32_t pix_run_ends(const PixCursor<Channels> *from, int32_t at)
 {
-    __m128i equal = _mm_set1_epi8(-1);
-    for (int channel = 0; channel < Channels; ++channel) {
-        const uint8_t *pixels = from.channel[channel] + at;
-        equal = _mm_and_si128(equal, _mm_cmpeq_epi8(pix_load(pixels), pix_load(pixels + 1)));
+    __m128i equal = pix_repeat(0xFF);
+    for (const uint8_t *channel : from->channel) {
+        const __m128i right = pix_load(channel + at + 1);
+        equal = _mm_and_si128(equal, _mm_cmpeq_epi8(pix_load(channel + at), right));
     }
     return static_cast<uint32_t>(_mm_movemask_epi8(equal)) ^ 0xFFFFU;
 }
 
 // The same for one pixel, where the row has no room for a block.
 template <int Channels>
-static inline bool pix_ends_run(PixBuffers<Channels> from, int32_t at, int32_t width)
+static inline bool pix_ends_run(const PixCursor<Channels> *from, int32_t at)
 {
-    bool equal = at + 1 < width;
+    bool equal = at + 1 < from->width;
     for (int channel = 0; equal && channel < Channels; ++channel) {
-        equal = from.channel[channel][at] == from.channel[channel][at + 1];
+        equal = from->channel[channel][at] == from->channel[channel][at + 1];
     }
     return !equal;
 }
 
 // Appends one packet for each run that ends in a block.
 template <int Channels>
-[[gnu::always_inline]] static inline uint8_t *pix_put_ends(PixRow *row, PixBuffers<Channels> from,
-                                                           int32_t at, uint32_t ends, uint8_t *out)
+PIX_INLINE uint8_t *pix_put_ends(PixCursor<Channels> *from, int32_t at, uint32_t ends, uint8_t *out)
 {
     for (; ends != 0; ends &= ends - 1) {
-        out = pix_put_run(row, from, at + __builtin_ctz(ends) + 1 - row->done, out);
+        out = pix_put_run(from, at + __builtin_ctz(ends) + 1 - from->done, out);
     }
     return out;
 }
 
-// Appends the packets of a block in which many runs end: makes a packet of every pixel and squeezes
-// out those that end no run, four at a time. `open` pixels before the block belong to its first
-// run.
-PIX_WITH_SHUFFLES static inline uint8_t *pix_put_block(PixBuffers<PIX_COLOUR_CHANNELS> from,
-                                                       int32_t at, int32_t open, uint32_t ends,
-                                                       uint8_t *out)
+// For each pixel of a block that ends a run, how many pixels that run has, `open` of the first run
+// before the block.
+PIX_WITH_SHUFFLES static inline __m128i pix_count_runs(uint32_t ends, int32_t open)
 {
-    // Pixels from the start of the first run to here, and to the end of the run before: their
-    // difference is the count of a run that ends here.
     const __m128i one_to_16 = _mm_setr_epi8(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16);
-    const __m128i here = _mm_add_epi8(one_to_16, _mm_set1_epi8(static_cast<char>(open)));
-    const __m128i bits = _mm_set1_epi64x(static_cast<long long>(0x8040201008040201));
-    const __m128i spread =
-        _mm_shuffle_epi8(_mm_cvtsi32_si128(static_cast<int>(ends)),
-                         _mm_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1));
+    const __m128i halves = _mm_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1);
+    const __m128i bits = _mm_set1_epi64x(static_cast<int64_t>(0x8040201008040201));
+    const __m128i spread = _mm_shuffle_epi8(_mm_cvtsi32_si128(static_cast<int>(ends)), halves);
     const __m128i is_end = _mm_cmpeq_epi8(_mm_and_si128(spread, bits), bits);
+    // Pixels from the start of the first run to here, less those to the end of the run before.
+    const __m128i here = _mm_add_epi8(one_to_16, pix_repeat(static_cast<uint8_t>(open)));
     __m128i before = _mm_slli_si128(_mm_and_si128(is_end, here), 1);
     before = _mm_max_epu8(before, _mm_slli_si128(before, 1));
     before = _mm_max_epu8(before, _mm_slli_si128(before, 2));
     before = _mm_max_epu8(before, _mm_slli_si128(before, 4));
     before = _mm_max_epu8(before, _mm_slli_si128(before, 8));
-    const __m128i counts = _mm_sub_epi8(here, before);
-    const __m128i red = pix_load(from.channel[0] + at);
-    const __m128i green = pix_load(from.channel[1] + at);
-    const __m128i blue = pix_load(from.channel[2] + at);
-    const __m128i front[] = {_mm_unpacklo_epi8(counts, blue), _mm_unpackhi_epi8(counts, blue)};
-    const __m128i back[] = {_mm_unpacklo_epi8(green, red), _mm_unpackhi_epi8(green, red)};
-    for (int group = 0; group < PIX_GROUP; ++group) {
-        const int half = group / 2;
-        const __m128i packets = group % 2 == 0 ? _mm_unpacklo_epi16(front[half], back[half])
-                                               : _mm_unpackhi_epi16(front[half], back[half]);
-        const uint32_t some = ends >> (PIX_GROUP * group) & 15;
-        pix_store(out, _mm_shuffle_epi8(packets, pix_load(PIX_SQUEEZES.shuffle[some].from)));
-        out += 4 * __builtin_popcount(some);
-    }
-    return out;
+    return _mm_sub_epi8(here, before);
 }
 
 // Where fewer runs end in a block, one by one is faster.
 constexpr int PIX_MANY_ENDS = 4;
 
-PIX_WITH_SHUFFLES static inline uint8_t *pix_put_shuffling(PixRow *row,
-                                                           PixBuffers<PIX_COLOUR_CHANNELS> from,
-                                                           int32_t at, uint32_t ends, uint8_t *out)
+// Where many runs end in a block, makes a packet of each of its pixels and squeezes out those that
+// end no run, four at a time.
+PIX_WITH_SHUFFLES static inline uint8_t *pix_put_block(PixColourCursor *from, int32_t at,
+                                                       uint32_t ends, uint8_t *out)
 {
-    const int32_t open = at - row->done;
+    const int32_t open = at - from->done;
     if (open > PIX_MAX_RUN - PIX_BLOCK || __builtin_popcount(ends) < PIX_MANY_ENDS) {
-        return pix_put_ends(row, from, at, ends, out);
+        return pix_put_ends(from, at, ends, out);
     }
-    row->done = at + 32 - __builtin_clz(ends);
-    return pix_put_block(from, at, open, ends, out);
+    from->done = at + 32 - __builtin_clz(ends);
+    const __m128i counts = pix_count_runs(ends, open);
+    const __m128i red = pix_load(from->channel[0] + at);
+    const __m128i green = pix_load(from->channel[1] + at);
+    const __m128i blue = pix_load(from->channel[2] + at);
+    const __m128i front[] = {_mm_unpacklo_epi8(counts, blue), _mm_unpackhi_epi8(counts, blue)};
+    const __m128i back[] = {_mm_unpacklo_epi8(green, red), _mm_unpackhi_epi8(green, red)};
+    for (int half = 0; half < 2; ++half) {
+        for (const __m128i packets : {_mm_unpacklo_epi16(front[half], back[half]),
+                                      _mm_unpackhi_epi16(front[half], back[half])}) {
+            const __m128i squeeze = pix_load(PIX_SQUEEZES.from[ends & 15]);
+            pix_store(out, _mm_shuffle_epi8(packets, squeeze));
+            out += PIX_MAX_PACKET * static_cast<size_t>(__builtin_popcount(ends & 15));
+            ends >>= PIX_GROUP;
+        }
+    }
+    return out;
 }
 
 template <int Channels, bool Shuffle>
-[[gnu::always_inline]] static inline size_t pix_encode_row(PixRow *row, uint8_t *bytes, size_t room)
+PIX_INLINE size_t pix_encode_row(PixRow *row, uint8_t *bytes, size_t room)
 {
-    const PixBuffers<Channels> from = pix_buffers<Channels>(row);
+    PixCursor<Channels> from = pix_start<Channels>(row);
     const uint8_t *const full = bytes + room - PIX_ENCODE_ROOM;
     uint8_t *out = bytes;
-    PixRow part = *row;
-    int32_t at = part.done;
-    for (; part.width - at > PIX_BLOCK && out <= full; at += PIX_BLOCK) {
-        const uint32_t ends = pix_run_ends(from, at);
+    int32_t at = from.done;
+    for (; from.width - at > PIX_BLOCK && out <= full; at += PIX_BLOCK) {
+        const uint32_t ends = pix_run_ends(&from, at);
         if constexpr (Shuffle) {
-            out = pix_put_shuffling(&part, from, at, ends, out);
+            out = pix_put_block(&from, at, ends, out);
         } else {
-            out = pix_put_ends(&part, from, at, ends, out);
+            out = pix_put_ends(&from, at, ends, out);
         }
-        if (at + PIX_BLOCK - part.done >= PIX_MAX_RUN) {
-            out = pix_put_run(&part, from, PIX_MAX_RUN, out);
-        }
-    }
-    for (; part.width - at <= PIX_BLOCK && at < part.width && out <= full; ++at) {
-        if (pix_ends_run(from, at, part.width)) {
-            out = pix_put_run(&part, from, at + 1 - part.done, out);
+        if (at + PIX_BLOCK - from.done >= PIX_MAX_RUN) {
+            out = pix_put_run(&from, PIX_MAX_RUN, out);
         }
     }
-    row->done = part.done;
+    for (; from.width - at <= PIX_BLOCK && at < from.width && out <= full; ++at) {
+        if (pix_ends_run(&from, at)) {
+            out = pix_put_run(&from, at + 1 - from.done, out);
+        }
+    }
+    row->done = from.done;
     return static_cast<size_t>(out - bytes);
 }
 

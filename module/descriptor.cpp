@@ -1,5 +1,6 @@
-// What the host reads of the module without calling it, under the exact names that it looks up, and
-// the names that imageInit makes.
+// The descriptor: the data symbols that the host reads when it has loaded the module, under the
+// exact names that it looks up. Every format module exports the same names, so the module is linked
+// to bind its own.
 #include "module/descriptor.h"
 
 #include "host/messages.h"
@@ -8,28 +9,34 @@
 constexpr int32_t PIX_BITS_8 = 1 << 7;
 constexpr int32_t PIX_BITS_31 = 1 << 30;
 
-const int32_t imageAccess = 0x4C;
-const int32_t imageNumberOfChannels = 3;
-const int32_t imageBitsPerChannel = PIX_BITS_8;
-const int32_t imageNumberOfMattes = 1;
-const int32_t imageBitsPerMatte = PIX_BITS_8;
-const int32_t imageNumberOfZChannels = 1;
-const int32_t imageBitsPerZChannel = PIX_BITS_31;
-const int32_t imageOrientation = 2;
-const int32_t imageUsage = 1;
-const int32_t imageMultiFrame = 0;
-const int32_t imageSupportsActiveWindow = 0;
-const int32_t imageAddExtension = 0;
+#pragma GCC visibility push(default)
+extern "C" {
 
-const char *const imageFormatString = "%s.%d%s"; // name, number, extension
-const char *const imageKey = "vrl";
-const char *const type = "image";
-const char *const version = "3.2";
-const char *const program = "Kelvane";
+extern const int32_t imageAccess = 0x4C; // the host's access flags
+extern const int32_t imageNumberOfChannels = 3;
+extern const int32_t imageBitsPerChannel = PIX_BITS_8;
+extern const int32_t imageNumberOfMattes = 1;
+extern const int32_t imageBitsPerMatte = PIX_BITS_8;
+extern const int32_t imageNumberOfZChannels = 1;
+extern const int32_t imageBitsPerZChannel = PIX_BITS_31;
+extern const int32_t imageOrientation = PIX_ORIENTATION;
+extern const int32_t imageUsage = PIX_USAGE;
+extern const int32_t imageMultiFrame = 0;
+extern const int32_t imageSupportsActiveWindow = 0;
+extern const int32_t imageAddExtension = 0;
 
-const char *imageName = nullptr;
-const char *imageExtension = nullptr;
-const char *imageNameSyntax = nullptr;
+extern const char *const imageFormatString = "%s.%d%s"; // name, number, extension
+extern const char *const imageKey = "vrl";
+extern const char *const type = "image";
+extern const char *const version = "3.2";
+extern const char *const program = "Kelvane";
+
+// Null until imageInit.
+const char *imageName;
+const char *imageExtension;
+const char *imageNameSyntax;
+}
+#pragma GCC visibility pop
 
 int32_t imageInit()
 {

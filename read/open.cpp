@@ -63,12 +63,6 @@ static int pix_refuse_companion(PixLabel label, const char *name)
     return PIX_CANNOT_OPEN;
 }
 
-static int pix_refuse_no_memory()
-{
-    PIX_FAIL(PIX_NO_MEMORY, PIX_MSG_NO_MEMORY);
-    return PIX_NO_MEMORY;
-}
-
 static void pix_drop_companion(PixState *state, PixKind kind, ImageInfo *info)
 {
     pix_close_plane(&state->plane[kind], nullptr);
@@ -106,13 +100,20 @@ static int pix_check_main_header(ImageHandle *handle, PixState *state, PixHeader
     return PIX_OK;
 }
 
+// Whether a companion is of the image's size.
+template <class Header>
+[[nodiscard]] static bool pix_fits(const Header &header, PixHeader image)
+{
+    return header.width == image.width && header.height == image.height;
+}
+
 static int pix_check_matte_header(ImageHandle *handle, PixState *state, const PixHeader &image)
 {
     PixHeader header = {};
     if (!pix_read_plane_header(state, PIX_MATTE, &header) || header.bits != PIX_MATTE_BITS) {
         return pix_refuse_companion(PIX_LABEL_MATTE, state->plane[PIX_MATTE].name);
     }
-    if (header.width != image.width || header.height != image.height) {
+    if (!pix_fits(header, image)) {
         PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_MATTE_SIZE);
         pix_drop_companion(state, PIX_MATTE, handle->info);
     }
@@ -125,13 +126,12 @@ static int pix_check_depth_header(ImageHandle *handle, PixState *state, const Pi
     if (!pix_read_plane_header(state, PIX_DEPTH, &header)) {
         return pix_refuse_companion(PIX_LABEL_DEPTH, state->plane[PIX_DEPTH].name);
     }
+    state->depth_kind = header.magic == PIX_MAGIC_DEPTH_INT ? PIX_DEPTH_INT : PIX_DEPTH_FLOAT;
     const bool known = header.magic == PIX_MAGIC_DEPTH_INT || header.magic == PIX_MAGIC_DEPTH_FLOAT;
-    if (!known || header.width != image.width || header.height != image.height) {
+    if (!known || !pix_fits(header, image)) {
         PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_DEPTH_SIZE);
         pix_drop_companion(state, PIX_DEPTH, handle->info);
-        return PIX_OK;
     }
-    state->depth_kind = header.magic == PIX_MAGIC_DEPTH_INT ? PIX_DEPTH_INT : PIX_DEPTH_FLOAT;
     return PIX_OK;
 }
 
@@ -140,17 +140,14 @@ static int pix_check_headers(ImageHandle *handle, PixState *state)
 {
     PixHeader image = {};
     int failure = pix_check_main_header(handle, state, &image);
-    const bool colour = state->plane[PIX_COLOUR].present;
-    if (!failure && colour && state->plane[PIX_MATTE].present) {
+    if (!failure && image.bits == PIX_COLOUR_BITS && state->plane[PIX_MATTE].present) {
         failure = pix_check_matte_header(handle, state, image);
     }
-    if (!failure && colour && state->plane[PIX_DEPTH].present) {
+    if (!failure && state->plane[PIX_DEPTH].present) {
         failure = pix_check_depth_header(handle, state, image);
     }
-    if (!failure) {
-        state->width = image.width;
-        state->height = image.height;
-    }
+    state->width = image.width;
+    state->height = image.height;
     return failure;
 }
 
@@ -161,9 +158,9 @@ static void pix_describe_geometry(const PixState *state, ImageInfo *info)
     info->data_window = {0, state->width - 1, 0, state->height - 1};
     info->display_window = info->data_window;
     info->channel_count = state->plane[PIX_COLOUR].present ? PIX_COLOUR_CHANNELS : 0;
-    info->usage = imageUsage;
+    info->usage = PIX_USAGE;
     info->gamma = FMT_def_input_gamma();
-    info->orientation = imageOrientation;
+    info->orientation = PIX_ORIENTATION;
 }
 
 static void pix_describe_colours(ImageHandle *handle)
@@ -178,7 +175,11 @@ static void pix_describe_colours(ImageHandle *handle)
 static int pix_save_text(char **slot, const char *text)
 {
     *slot = STR_save(text);
-    return *slot ? PIX_OK : pix_refuse_no_memory();
+    if (*slot) {
+        return PIX_OK;
+    }
+    PIX_FAIL(PIX_NO_MEMORY, PIX_MSG_NO_MEMORY);
+    return PIX_NO_MEMORY;
 }
 
 static int pix_describe_texts(ImageHandle *handle)
@@ -226,12 +227,10 @@ static int pix_describe_image(ImageHandle *handle, const PixState *state)
     ImageInfo *info = handle->info;
     pix_describe_geometry(state, info);
     pix_describe_colours(handle);
-    int failure = pix_describe_texts(handle);
-    if (!failure) {
-        failure = pix_describe_format(handle, info);
-    }
-    return failure ? failure
-                   : pix_save_text(&info->channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB);
+    const bool described =
+        pix_describe_texts(handle) == PIX_OK && pix_describe_format(handle, info) == PIX_OK;
+    return described ? pix_save_text(&info->channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB)
+                     : PIX_NO_MEMORY;
 }
 
 // --- The open -------------------------------------------------------------------------------
@@ -239,9 +238,8 @@ static int pix_describe_image(ImageHandle *handle, const PixState *state)
 static int pix_make_info(ImageHandle *handle)
 {
     handle->image_count = 1;
-    handle->info = static_cast<ImageInfo *>(ERR_malloc(sizeof(ImageInfo)));
+    handle->info = static_cast<ImageInfo *>(pix_allocate(sizeof(ImageInfo)));
     if (!handle->info) {
-        vyn__err = PIX_NO_MEMORY;
         return PIX_NO_MEMORY;
     }
     vyn__init_ifd(handle);

@@ -6,6 +6,8 @@
 #include "module/capabilities.h"
 #include "write/write.h"
 
+#include <algorithm>
+
 // --- The description ------------------------------------------------------------------------
 
 static void pix_check_channels(const char *format, const ImageInfo *info)
@@ -80,56 +82,41 @@ static void pix_remove_files(PixState *state)
 
 // --- Headers --------------------------------------------------------------------------------
 
-// The size of a window in one direction. Windows of more than 32 bits exist, images do not.
-static int64_t pix_extent(int32_t first, int32_t last)
-{
-    return int64_t{last} - first + 1;
-}
-
-static int32_t pix_clamp(int64_t extent)
-{
-    if (extent < 0) {
-        return 0;
-    }
-    return extent > INT32_MAX ? INT32_MAX : static_cast<int32_t>(extent);
-}
-
-// Writes the header of a plane, in one write, unless the image does not have it.
+// Writes the header of a plane, in one write, unless the image does not have it. False when the
+// write fails.
 template <class Header>
-static int pix_write_header(const PixPlane *plane, const Header &header)
+[[nodiscard]] static bool pix_write_header(const PixPlane *plane, const Header &header)
 {
     uint8_t bytes[sizeof(Header)];
     pix_format_header(header, bytes);
-    const bool done = !plane->present || fwrite(bytes, sizeof bytes, 1, plane->file[0].fp) == 1;
-    return done ? PIX_OK : PIX_WRITE_FAILED;
-}
-
-// The low 16 bits of a size.
-static uint16_t pix_low_word(int64_t size)
-{
-    return static_cast<uint16_t>(size & 0xFFFF);
+    return !plane->present || fwrite(bytes, sizeof bytes, 1, plane->file[0].fp) == 1;
 }
 
 static int pix_write_headers(const PixState *state, int64_t width, int64_t height)
 {
-    const PixHeader colour = {pix_low_word(width), pix_low_word(height), 0,
-                              pix_low_word(height - 1), PIX_COLOUR_BITS};
+    const PixHeader colour = {static_cast<uint16_t>(width), static_cast<uint16_t>(height), 0,
+                              static_cast<uint16_t>(height - 1), PIX_COLOUR_BITS};
     PixHeader matte = colour;
     matte.bits = PIX_MATTE_BITS;
     const PixDepthHeader depth = {PIX_MAGIC_DEPTH_INT, colour.width, colour.height};
-    int failure = pix_write_header(&state->plane[PIX_COLOUR], colour);
-    if (!failure) {
-        failure = pix_write_header(&state->plane[PIX_MATTE], matte);
-    }
-    return failure ? failure : pix_write_header(&state->plane[PIX_DEPTH], depth);
+    const bool written = pix_write_header(&state->plane[PIX_COLOUR], colour) &&
+                         pix_write_header(&state->plane[PIX_MATTE], matte) &&
+                         pix_write_header(&state->plane[PIX_DEPTH], depth);
+    return written ? PIX_OK : PIX_WRITE_FAILED;
+}
+
+// A state's size: windows of more than 31 bits exist, images do not.
+static int32_t pix_clamp(int64_t extent)
+{
+    return static_cast<int32_t>(std::clamp<int64_t>(extent, 0, INT32_MAX));
 }
 
 // Sets the state up for the first row and writes the headers, the low 16 bits of each size.
 static int pix_start_files(const ImageHandle *handle, PixState *state)
 {
     const ImageWindow &window = handle->info->data_window;
-    const int64_t width = pix_extent(window.x_min, window.x_max);
-    const int64_t height = pix_extent(window.y_min, window.y_max);
+    const int64_t width = int64_t{window.x_max} - window.x_min + 1;
+    const int64_t height = int64_t{window.y_max} - window.y_min + 1;
     state->width = pix_clamp(width);
     state->height = pix_clamp(height);
     state->mode = 'w';
