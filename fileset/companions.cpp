@@ -6,9 +6,8 @@
 #include "fileset/stream.h"
 #include "host/messages.h"
 
+#include <initializer_list>
 #include <stdlib.h>
-
-constexpr PixKind PIX_COMPANIONS[] = {PIX_MATTE, PIX_DEPTH};
 
 static bool pix_is_wanted(const PixState *state, PixKind kind)
 {
@@ -54,17 +53,6 @@ static bool pix_open_companion(PixState *state, PixKind kind, const PixNames *na
     return false;
 }
 
-void pix_open_read_companions(PixState *state, const PixNames *names, ImageInfo *info)
-{
-    for (const PixKind kind : PIX_COMPANIONS) {
-        info->*PIX_FACTS[kind].count =
-            pix_is_wanted(state, kind) && pix_open_companion(state, kind, names, "r");
-    }
-    if (info->aux_count != 0) {
-        info->aux_width = 31;
-    }
-}
-
 // Warns that a companion cannot be made. The name is the main file's.
 static void pix_warn_of_missing(PixKind kind, const char *name)
 {
@@ -76,18 +64,24 @@ static void pix_warn_of_missing(PixKind kind, const char *name)
     }
 }
 
-void pix_open_write_companions(PixState *state, const PixNames *names, ImageInfo *info)
+void pix_open_companions(PixState *state, const PixNames *names, const char *mode, ImageInfo *info)
 {
-    if (info->channel_count == 0) {
+    const bool writing = mode[0] == 'w';
+    if (writing && info->channel_count == 0) {
         return; // the main file is the image's matte or depth
     }
-    for (const PixKind kind : PIX_COMPANIONS) {
+    for (const PixKind kind : {PIX_MATTE, PIX_DEPTH}) {
         int32_t *count = &(info->*PIX_FACTS[kind].count);
         if (!pix_is_wanted(state, kind)) {
             *count = 0;
-        } else if (*count == 1 && !pix_open_companion(state, kind, names, "w")) {
-            pix_warn_of_missing(kind, names->base);
-            *count = 0;
+        } else if (!writing || *count == 1) {
+            *count = pix_open_companion(state, kind, names, mode);
+            if (writing && *count == 0) {
+                pix_warn_of_missing(kind, names->base);
+            }
         }
+    }
+    if (info->aux_count == 1) {
+        info->aux_width = 31;
     }
 }

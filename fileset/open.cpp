@@ -16,6 +16,7 @@ struct PixMainOpen {
     PixNames names; // those of a search are replaced by the paths found
     const char *mode;
     bool writing;
+    bool exact;     // the names are used as they are
     FILE *standard; // what the host's name means instead of a file, or null
 };
 
@@ -40,13 +41,6 @@ static bool pix_open_field(PixMainOpen *open, int field, const char *name)
     return pix_open_file(&open->plane->file[field], name, open->mode);
 }
 
-// What opening a pair came to. A whole pair makes the set one of fields.
-static int pix_finish_pair(PixMainOpen *open, bool whole)
-{
-    open->state->fields = whole ? 2 : 1;
-    return whole ? PIX_OK : PIX_CANNOT_OPEN;
-}
-
 // Keeps the image's name in the state. Returns 0, or PIX_NO_MEMORY, which it has reported.
 static int pix_save_name(PixMainOpen *open)
 {
@@ -58,38 +52,14 @@ static int pix_save_name(PixMainOpen *open)
     return PIX_NO_MEMORY;
 }
 
-// --- The name as it is ----------------------------------------------------------------------
-
-static int pix_open_exact(PixMainOpen *open)
-{
-    const PixNames *names = &open->names;
-    if (const int failure = pix_save_name(open)) {
-        return failure;
-    }
-    if (names->is_field && pix_open_field(open, 0, names->even)) {
-        return pix_finish_pair(open, pix_open_field(open, 1, names->odd));
-    }
-    if (pix_open_single(open, names->base)) {
-        return PIX_OK;
-    }
-    if (names->is_field || open->writing) {
-        return PIX_CANNOT_OPEN;
-    }
-    const bool even = pix_open_field(open, 0, names->even);
-    const int reason = errno;
-    const bool odd = pix_open_field(open, 1, names->odd);
-    errno = odd ? reason : errno; // if one is missing, it is the even one
-    return pix_finish_pair(open, even && odd);
-}
-
 // --- The search -----------------------------------------------------------------------------
 
 // Asks the host for the path of `name` under the search list, which may be null, and puts it in the
 // name's place. A path that does not fit leaves the name empty, with errno. Returns the size of the
 // path, or 0 when the host has none.
-static size_t pix_resolve(const char *list, char *name)
+static size_t pix_resolve(const PixMainOpen *open, const char *list, char *name)
 {
-    const char *path = vyn__build_handle(list, name, "");
+    const char *path = open->exact ? name : vyn__build_handle(list, name, "");
     const size_t size = path ? strlen(path) + 1 : 0;
     if (size > PIX_NAME_SIZE) {
         name[0] = '\0';
@@ -100,16 +70,16 @@ static size_t pix_resolve(const char *list, char *name)
     return size;
 }
 
-static bool pix_resolve_base(const char *list, PixNames *names)
+static bool pix_resolve_base(const PixMainOpen *open, const char *list, PixNames *names)
 {
-    const size_t size = pix_resolve(list, names->base);
+    const size_t size = pix_resolve(open, list, names->base);
     return size > 0 && size <= PIX_NAME_SIZE;
 }
 
 // A field name that is too long, before or now, is no failure until it is opened.
-static bool pix_resolve_field(const char *list, char *name)
+static bool pix_resolve_field(const PixMainOpen *open, const char *list, char *name)
 {
-    return name[0] == '\0' || pix_resolve(list, name) > 0;
+    return name[0] == '\0' || pix_resolve(open, list, name) > 0;
 }
 
 // Closes what an attempt has opened, and removes it if it was made under `name`.
@@ -126,10 +96,10 @@ static void pix_give_up(PixMainOpen *open, const char *name)
 static bool pix_try_single(PixMainOpen *open, const char *list)
 {
     PixNames found = open->names;
-    if (!pix_resolve_base(list, &found) || !pix_open_single(open, found.base)) {
+    if (!pix_resolve_base(open, list, &found) || !pix_open_single(open, found.base)) {
         return false;
     }
-    if (pix_resolve_field(list, found.even) && pix_resolve_field(list, found.odd)) {
+    if (pix_resolve_field(open, list, found.even) && pix_resolve_field(open, list, found.odd)) {
         open->names = found;
         return true;
     }
@@ -142,25 +112,31 @@ static bool pix_try_single(PixMainOpen *open, const char *list)
 static bool pix_try_pair(PixMainOpen *open, const char *list)
 {
     PixNames found = open->names;
-    if (!pix_resolve_field(list, found.even) || !pix_open_field(open, 0, found.even)) {
+    if (!pix_resolve_field(open, list, found.even) || !pix_open_field(open, 0, found.even)) {
+        const int reason = errno;
+        if (open->exact && !found.is_field && pix_open_field(open, 1, found.odd)) {
+            errno = reason; // only the even file is missing
+        }
         return false;
     }
-    if (!pix_resolve_base(list, &found)) {
+    if (!pix_resolve_base(open, list, &found)) {
         pix_give_up(open, found.even);
         return false;
     }
-    if (!pix_resolve_field(list, found.odd) || !pix_open_field(open, 1, found.odd)) {
+    if (!pix_resolve_field(open, list, found.odd) || !pix_open_field(open, 1, found.odd)) {
         return false;
     }
     open->names = found;
-    return pix_finish_pair(open, true) == PIX_OK;
+    open->state->fields = 2;
+    return true;
 }
 
-// When writing, tries the name under the search list, as a single file. When reading, tries it as
+// When writing, tries the name as a single file, under the search list. When reading, tries it as
 // it is and then under the list, as a single file and as a pair: first as what the name looks like.
+// An exact name is only tried as it is.
 static bool pix_search(PixMainOpen *open)
 {
-    const char *list = getenv("KV_IMG_DIR");
+    const char *list = open->exact ? nullptr : getenv("KV_IMG_DIR");
     if (open->writing) {
         return pix_try_single(open, list);
     }
@@ -168,26 +144,28 @@ static bool pix_search(PixMainOpen *open)
     const bool as_pairs[] = {open->names.is_field, !open->names.is_field};
     bool found = false;
     for (const bool as_pair : as_pairs) {
-        for (const char *directories : lists) {
-            if (!open->plane->file[0].fp) {
-                found =
-                    as_pair ? pix_try_pair(open, directories) : pix_try_single(open, directories);
-            }
+        for (int i = 0; i < (open->exact ? 1 : 2) && !open->plane->file[0].fp; ++i) {
+            found = as_pair ? pix_try_pair(open, lists[i]) : pix_try_single(open, lists[i]);
         }
     }
     return found;
 }
 
-static int pix_open_searching(PixMainOpen *open)
+// Opens the main file. The image's name is that under which it is found; an exact name is saved
+// before anything is opened.
+static int pix_open_main(PixMainOpen *open)
 {
+    if (open->exact && pix_save_name(open)) {
+        return PIX_NO_MEMORY;
+    }
     if (!pix_search(open)) {
         return PIX_CANNOT_OPEN;
     }
-    const int failure = pix_save_name(open);
-    if (failure) { // without a name in the state nobody else could remove a file
-        pix_give_up(open, open->names.base);
+    if (!open->exact && pix_save_name(open)) {
+        pix_give_up(open, open->names.base); // without a name nobody else could remove it
+        return PIX_NO_MEMORY;
     }
-    return failure;
+    return PIX_OK;
 }
 
 // --- The set --------------------------------------------------------------------------------
@@ -210,21 +188,6 @@ static int pix_read_bits(const PixMainOpen *open, uint16_t *bits)
     return PIX_READ_FAILED;
 }
 
-// Opens the companions that the image may have.
-static int pix_open_companions(const PixMainOpen *open, ImageInfo *info)
-{
-    if (open->writing) {
-        pix_open_write_companions(open->state, &open->names, info);
-        return PIX_OK;
-    }
-    uint16_t bits = 0;
-    const int failure = pix_read_bits(open, &bits);
-    if (!failure && bits != PIX_MATTE_BITS) {
-        pix_open_read_companions(open->state, &open->names, info);
-    }
-    return failure;
-}
-
 // Everything but the report of a failure, whose reason is in errno.
 static int pix_open_files(PixMainOpen *open, ImageHandle *handle)
 {
@@ -236,13 +199,21 @@ static int pix_open_files(PixMainOpen *open, ImageHandle *handle)
         return PIX_CANNOT_OPEN;
     }
     pix_field_names(handle->file_name, open->mode[0], &open->names);
-    const int failure = handle->name_is_exact ? pix_open_exact(open) : pix_open_searching(open);
-    return failure ? failure : pix_open_companions(open, handle->info);
+    uint16_t bits = 0;
+    int failure = pix_open_main(open);
+    if (!failure && !open->writing) {
+        failure = pix_read_bits(open, &bits);
+    }
+    if (!failure && bits != PIX_MATTE_BITS) {
+        pix_open_companions(open->state, &open->names, open->mode, handle->info);
+    }
+    return failure;
 }
 
 int pix_open_file_set(ImageHandle *handle, PixState *state, const char *mode)
 {
-    PixMainOpen open = {state, &state->plane[PIX_COLOUR], {}, mode, mode[0] == 'w', nullptr};
+    PixMainOpen open = {state,          &state->plane[PIX_COLOUR],  {},     mode,
+                        mode[0] == 'w', handle->name_is_exact != 0, nullptr};
     if (STR_compare(handle->file_name, open.writing ? "/dev/stdout" : "/dev/stdin") == 0) {
         open.standard = open.writing ? stdout : stdin;
     }

@@ -87,14 +87,6 @@ constexpr PixLabel PIX_LABEL_NAME_SYNTAX = {210, "Name.#"};
 constexpr PixLabel PIX_LABEL_NAME = {254, "Vorla"};
 constexpr PixLabel PIX_LABEL_DEPTH = {343, "depth"};
 constexpr PixLabel PIX_LABEL_MATTE = {344, "mask"};
-constexpr PixLabel PIX_LABEL_INPUT = {367, "Input Channels"};
-constexpr PixLabel PIX_LABEL_INPUT_RGB = {368, "RGB only"};
-constexpr PixLabel PIX_LABEL_INPUT_MATTE = {369, "RGB and matte"};
-constexpr PixLabel PIX_LABEL_INPUT_DEPTH = {370, "RGB, matte and Z-depth"};
-constexpr PixLabel PIX_LABEL_OUTPUT = {371, "Output Channels"};
-constexpr PixLabel PIX_LABEL_OUTPUT_RGB = {372, "RGB only"};
-constexpr PixLabel PIX_LABEL_OUTPUT_MATTE = {373, "RGB and matte"};
-constexpr PixLabel PIX_LABEL_OUTPUT_DEPTH = {374, "RGB, matte and Z-depth"};
 
 // Returns the label in the words of the host's catalogue, or the default text without one. The
 // string is the catalogue's: copy it to keep it.

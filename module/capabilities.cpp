@@ -3,41 +3,35 @@
 
 #include "host/messages.h"
 
-constexpr uint32_t PIX_CAP_READING = 1;
-constexpr uint32_t PIX_CAP_WRITING = 2;
+constexpr uint32_t PIX_READS = 1;
+constexpr uint32_t PIX_WRITES = 2;
 constexpr uint16_t PIX_CAP_END = 65535;
 
-static constexpr CapabilityChoice pix_choice(int32_t value, PixLabel label)
-{
-    return {value, {}, PIX_LABEL_SET, label.number, label.text};
-}
-
-static constexpr CapabilityEntry pix_capability(uint16_t code, PixLabel label,
-                                                const CapabilityChoiceList *choices, uint32_t flags)
-{
-    return {code, {}, PIX_LABEL_SET, label.number, label.text, {}, choices, flags, {}};
-}
-
 static const CapabilityChoice PIX_INPUT_ROWS[] = {
-    pix_choice(PIX_CHANNELS_RGB, PIX_LABEL_INPUT_RGB),
-    pix_choice(PIX_CHANNELS_RGB_MATTE, PIX_LABEL_INPUT_MATTE),
-    pix_choice(PIX_CHANNELS_RGB_MATTE_Z, PIX_LABEL_INPUT_DEPTH),
+    {PIX_CHANNELS_RGB, {}, PIX_LABEL_SET, 368, "RGB only"},
+    {PIX_CHANNELS_RGB_MATTE, {}, PIX_LABEL_SET, 369, "RGB and matte"},
+    {PIX_CHANNELS_RGB_MATTE_Z, {}, PIX_LABEL_SET, 370, "RGB, matte and Z-depth"},
     {1, {}, 0, 0, nullptr},
 };
-
 static const CapabilityChoice PIX_OUTPUT_ROWS[] = {
-    pix_choice(PIX_CHANNELS_RGB, PIX_LABEL_OUTPUT_RGB),
-    pix_choice(PIX_CHANNELS_RGB_MATTE, PIX_LABEL_OUTPUT_MATTE),
-    pix_choice(PIX_CHANNELS_RGB_MATTE_Z, PIX_LABEL_OUTPUT_DEPTH),
+    {PIX_CHANNELS_RGB, {}, PIX_LABEL_SET, 372, "RGB only"},
+    {PIX_CHANNELS_RGB_MATTE, {}, PIX_LABEL_SET, 373, "RGB and matte"},
+    {PIX_CHANNELS_RGB_MATTE_Z, {}, PIX_LABEL_SET, 374, "RGB, matte and Z-depth"},
     {1, {}, 0, 0, nullptr},
 };
 
-static const CapabilityChoiceList PIX_INPUT_CHOICES = {1, {}, PIX_INPUT_ROWS};
-static const CapabilityChoiceList PIX_OUTPUT_CHOICES = {1, {}, PIX_OUTPUT_ROWS};
+static const CapabilityChoiceList PIX_INPUTS = {1, {}, PIX_INPUT_ROWS};
+static const CapabilityChoiceList PIX_OUTPUTS = {1, {}, PIX_OUTPUT_ROWS};
+
+static constexpr CapabilityEntry pix_entry(uint16_t code, int32_t label, const char *text,
+                                           const CapabilityChoiceList *choices, uint32_t flags)
+{
+    return {code, {}, PIX_LABEL_SET, label, text, {}, choices, flags, {}};
+}
 
 static const CapabilityEntry PIX_CAPABILITIES[] = {
-    pix_capability(PIX_CAP_INPUT_CHANNELS, PIX_LABEL_INPUT, &PIX_INPUT_CHOICES, PIX_CAP_READING),
-    pix_capability(PIX_CAP_OUTPUT_CHANNELS, PIX_LABEL_OUTPUT, &PIX_OUTPUT_CHOICES, PIX_CAP_WRITING),
+    pix_entry(PIX_CAP_INPUT_CHANNELS, 367, "Input Channels", &PIX_INPUTS, PIX_READS),
+    pix_entry(PIX_CAP_OUTPUT_CHANNELS, 371, "Output Channels", &PIX_OUTPUTS, PIX_WRITES),
     {PIX_CAP_END, {}, 0, 0, nullptr, {}, nullptr, 0, {}},
 };
 
@@ -50,8 +44,8 @@ void imageCapability(const CapabilityEntry **table, int32_t *input_count, int32_
     *entry_count = 0;
     for (const CapabilityEntry *entry = PIX_CAPABILITIES; entry->label_set != 0; ++entry) {
         *entry_count += 1;
-        *input_count += (entry->flags & PIX_CAP_READING) != 0;
-        *output_count += (entry->flags & PIX_CAP_WRITING) != 0;
+        *input_count += (entry->flags & PIX_READS) != 0;
+        *output_count += (entry->flags & PIX_WRITES) != 0;
     }
 }
 
