@@ -4,34 +4,49 @@
 // belong to the host alone.
 #pragma once
 
+#include <assert.h>
 #include <nl_types.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
 
-struct PixState; // the module's own record of an open image; opaque to the host
+// For assertions: the field stands at the offset. When one does not, g++ says which.
+#define PIX_AT(record, field, offset) (offsetof(record, field) == (offset))
 
+#ifdef __cplusplus
 extern "C" {
+#endif
+
+typedef struct ImageHandle ImageHandle;
+typedef struct PixState PixState; // the module's own record of an open image; opaque to the host
 
 // The private block on a handle. The module allocates it and never releases it.
-struct PixPrivate {
+typedef struct PixPrivate {
     PixState *state;
-};
+} PixPrivate;
+static_assert(sizeof(PixPrivate) == 8 && PIX_AT(PixPrivate, state, 0), "the host's layout");
 
 // A choice that the host makes for one open, by a code of the capability table.
-struct CapabilityRequest {
+typedef struct CapabilityRequest {
     uint16_t code;
     uint8_t host_2[2];
     int32_t value;
-};
+} CapabilityRequest;
+static_assert(sizeof(CapabilityRequest) == 8 && PIX_AT(CapabilityRequest, code, 0) &&
+                  PIX_AT(CapabilityRequest, value, 4),
+              "the host's layout");
 
 // Bounds of a picture in pixels, all four inclusive.
-struct ImageWindow {
+typedef struct ImageWindow {
     int32_t x_min, x_max, y_min, y_max;
-};
+} ImageWindow;
+static_assert(sizeof(ImageWindow) == 16 && PIX_AT(ImageWindow, x_min, 0) &&
+                  PIX_AT(ImageWindow, x_max, 4) && PIX_AT(ImageWindow, y_min, 8) &&
+                  PIX_AT(ImageWindow, y_max, 12),
+              "the host's layout");
 
 // The description of an image: made and filled by the module on read, given by the host on write.
-struct ImageInfo {
+typedef struct ImageInfo {
     uint8_t host_0[8];
     int32_t usage;
     float gamma;
@@ -58,9 +73,18 @@ struct ImageInfo {
     uint8_t host_172[4];
     int32_t aux_width; // bits per sample
     uint8_t host_180[28];
-};
-
-struct ImageHandle;
+} ImageInfo;
+static_assert(sizeof(ImageInfo) == 208 && PIX_AT(ImageInfo, usage, 8) &&
+                  PIX_AT(ImageInfo, gamma, 12) && PIX_AT(ImageInfo, format_label, 48) &&
+                  PIX_AT(ImageInfo, width, 56) && PIX_AT(ImageInfo, height, 60) &&
+                  PIX_AT(ImageInfo, aspect, 64) && PIX_AT(ImageInfo, data_window, 72) &&
+                  PIX_AT(ImageInfo, display_window, 88) && PIX_AT(ImageInfo, orientation, 108) &&
+                  PIX_AT(ImageInfo, channel_format, 112) && PIX_AT(ImageInfo, channel_count, 120) &&
+                  PIX_AT(ImageInfo, channel_type, 124) && PIX_AT(ImageInfo, channel_width, 128) &&
+                  PIX_AT(ImageInfo, matte_count, 144) && PIX_AT(ImageInfo, matte_type, 148) &&
+                  PIX_AT(ImageInfo, matte_width, 152) && PIX_AT(ImageInfo, aux_count, 168) &&
+                  PIX_AT(ImageInfo, aux_width, 176),
+              "the host's layout");
 
 // Moves one row. `state` is PixPrivate::state and `y` the host's scanline number, counted from the
 // last row in file order. On read `rows` points to a `void **` that receives the row-buffer array;
@@ -93,69 +117,28 @@ struct ImageHandle {
     ScanlineProc scanline_proc;
     CloseProc close_proc;
 };
+static_assert(sizeof(ImageHandle) == 312 && PIX_AT(ImageHandle, priv, 0) &&
+                  PIX_AT(ImageHandle, format_name, 8) && PIX_AT(ImageHandle, file_name, 16) &&
+                  PIX_AT(ImageHandle, name_is_exact, 24) && PIX_AT(ImageHandle, description, 48) &&
+                  PIX_AT(ImageHandle, compression, 104) &&
+                  PIX_AT(ImageHandle, capability_requests, 112) &&
+                  PIX_AT(ImageHandle, red_primary, 152) &&
+                  PIX_AT(ImageHandle, green_primary, 164) &&
+                  PIX_AT(ImageHandle, blue_primary, 176) && PIX_AT(ImageHandle, white_point, 188) &&
+                  PIX_AT(ImageHandle, image_count, 200) && PIX_AT(ImageHandle, info, 208) &&
+                  PIX_AT(ImageHandle, scanline_proc, 296) && PIX_AT(ImageHandle, close_proc, 304),
+              "the host's layout");
 
 // An entry of the host's table of standard formats.
-struct FormatEntry {
+typedef struct FormatEntry {
     const char *name;
     int32_t width;  // pixels
     int32_t height; // rows
     float aspect;   // of the picture
-};
-
-static_assert(sizeof(PixPrivate) == 8);
-static_assert(offsetof(PixPrivate, state) == 0);
-
-static_assert(sizeof(CapabilityRequest) == 8);
-static_assert(offsetof(CapabilityRequest, code) == 0);
-static_assert(offsetof(CapabilityRequest, value) == 4);
-
-static_assert(sizeof(ImageWindow) == 16);
-static_assert(offsetof(ImageWindow, x_min) == 0);
-static_assert(offsetof(ImageWindow, x_max) == 4);
-static_assert(offsetof(ImageWindow, y_min) == 8);
-static_assert(offsetof(ImageWindow, y_max) == 12);
-
-static_assert(sizeof(ImageInfo) == 208);
-static_assert(offsetof(ImageInfo, usage) == 8);
-static_assert(offsetof(ImageInfo, gamma) == 12);
-static_assert(offsetof(ImageInfo, format_label) == 48);
-static_assert(offsetof(ImageInfo, width) == 56);
-static_assert(offsetof(ImageInfo, height) == 60);
-static_assert(offsetof(ImageInfo, aspect) == 64);
-static_assert(offsetof(ImageInfo, data_window) == 72);
-static_assert(offsetof(ImageInfo, display_window) == 88);
-static_assert(offsetof(ImageInfo, orientation) == 108);
-static_assert(offsetof(ImageInfo, channel_format) == 112);
-static_assert(offsetof(ImageInfo, channel_count) == 120);
-static_assert(offsetof(ImageInfo, channel_type) == 124);
-static_assert(offsetof(ImageInfo, channel_width) == 128);
-static_assert(offsetof(ImageInfo, matte_count) == 144);
-static_assert(offsetof(ImageInfo, matte_type) == 148);
-static_assert(offsetof(ImageInfo, matte_width) == 152);
-static_assert(offsetof(ImageInfo, aux_count) == 168);
-static_assert(offsetof(ImageInfo, aux_width) == 176);
-
-static_assert(sizeof(ImageHandle) == 312);
-static_assert(offsetof(ImageHandle, priv) == 0);
-static_assert(offsetof(ImageHandle, format_name) == 8);
-static_assert(offsetof(ImageHandle, file_name) == 16);
-static_assert(offsetof(ImageHandle, name_is_exact) == 24);
-static_assert(offsetof(ImageHandle, description) == 48);
-static_assert(offsetof(ImageHandle, compression) == 104);
-static_assert(offsetof(ImageHandle, capability_requests) == 112);
-static_assert(offsetof(ImageHandle, red_primary) == 152);
-static_assert(offsetof(ImageHandle, green_primary) == 164);
-static_assert(offsetof(ImageHandle, blue_primary) == 176);
-static_assert(offsetof(ImageHandle, white_point) == 188);
-static_assert(offsetof(ImageHandle, image_count) == 200);
-static_assert(offsetof(ImageHandle, info) == 208);
-static_assert(offsetof(ImageHandle, scanline_proc) == 296);
-static_assert(offsetof(ImageHandle, close_proc) == 304);
-
-static_assert(offsetof(FormatEntry, name) == 0);
-static_assert(offsetof(FormatEntry, width) == 8);
-static_assert(offsetof(FormatEntry, height) == 12);
-static_assert(offsetof(FormatEntry, aspect) == 16);
+} FormatEntry;
+static_assert(PIX_AT(FormatEntry, name, 0) && PIX_AT(FormatEntry, width, 8) &&
+                  PIX_AT(FormatEntry, height, 12) && PIX_AT(FormatEntry, aspect, 16),
+              "the host's layout");
 
 // --- Services -------------------------------------------------------------------------------
 // Any of them may change errno.
@@ -225,7 +208,7 @@ const float *CLR_def_white_point(void);
 
 #pragma GCC visibility push(default)
 
-struct CapabilityEntry;
+typedef struct CapabilityEntry CapabilityEntry;
 
 // Makes imageName, imageExtension and imageNameSyntax. Returns 1, or 0 when memory is exhausted.
 int32_t imageInit(void);
@@ -251,4 +234,7 @@ int32_t imageReadOpen(ImageHandle *handle);
 int32_t imageWriteOpen(ImageHandle *handle);
 
 #pragma GCC visibility pop
+
+#ifdef __cplusplus
 }
+#endif

@@ -4,6 +4,10 @@
 #include <dlfcn.h>
 #include <string.h>
 
+extern "C" int copy_in_c(const CapabilityEntry *table, int choice,
+                         decltype(&imageReadOpen) read_open, ImageHandle *from,
+                         decltype(&imageWriteOpen) write_open, ImageHandle *to);
+
 using FaceTest = ModuleTest;
 
 TEST_F(FaceTest, Descriptor)
@@ -128,4 +132,28 @@ TEST_F(FaceTest, RequestsChooseTheChannels)
         EXPECT_EQ(messages(), c.warned ? std::vector<int>{92} : std::vector<int>{});
     }
     EXPECT_NE(texts[1].find("(65535)"), std::string::npos);
+}
+
+TEST_F(FaceTest, AHostInCCopiesAnImage)
+{
+    const Bytes colour = colour_header(2, 2) + hex("01010203 01040506 02070809");
+    const Bytes matte = colour_header(2, 2, 8) + hex("0211 0122 0133");
+    const Bytes depth = depth_header(2, 2) + hex("00000001 00000002 7FFFFFFF 80000000");
+    const CapabilityEntry *table = nullptr;
+    int32_t counts[3];
+    module.capability(&table, &counts[0], &counts[1], &counts[2]);
+    for (int choice = PIX_CHANNELS_RGB; choice <= PIX_CHANNELS_RGB_MATTE_Z; ++choice) {
+        clear();
+        make("r/a.pix", colour);
+        make("mask/a.pix", matte);
+        make("depth/a.pix", depth);
+        EXPECT_EQ(copy_in_c(table, choice, module.read_open,
+                            standin_new_reader(path("r/a.pix").c_str()), module.write_open,
+                            writer("b.pix", 0, 0, 0)),
+                  0);
+        EXPECT_EQ(contents("r/b.pix"), colour);
+        EXPECT_EQ(contents("mask/b.pix"), choice >= PIX_CHANNELS_RGB_MATTE ? matte : Bytes());
+        EXPECT_EQ(contents("depth/b.pix"), choice >= PIX_CHANNELS_RGB_MATTE_Z ? depth : Bytes());
+        EXPECT_EQ(messages(), std::vector<int>());
+    }
 }
