@@ -1,7 +1,12 @@
-// What the host framework gives the module and asks of it: the records of an open image, the
-// services, and the two procedures that an open installs. The host owns every layout here; the
-// assertions hold each field at the offset where the host looks for it. Bytes called `host_*`
-// belong to the host alone.
+// What the host framework gives the module and asks of it, for hosts in C11 and C++20: the records
+// of an image, the procedures that an open installs, what the module exports, and the services. The
+// host owns every layout here; the assertions hold each field at the offset where the host looks
+// for it. Bytes called `host_*` belong to the host alone.
+//
+// Order: imageInit once, after loading; then imageCapability and imageIsFile at any time, and for
+// each image a new handle, one open, its scanlines and one close. Several may be open at once.
+// Threads: any thread may call, but only one call may run at a time, whatever its image.
+// Failures: a code in vyn__err, which host/messages.h explains, and a message.
 #pragma once
 
 #include <assert.h>
@@ -17,24 +22,7 @@
 extern "C" {
 #endif
 
-typedef struct ImageHandle ImageHandle;
-typedef struct PixState PixState; // the module's own record of an open image; opaque to the host
-
-// The private block on a handle. The module allocates it and never releases it.
-typedef struct PixPrivate {
-    PixState *state;
-} PixPrivate;
-static_assert(sizeof(PixPrivate) == 8 && PIX_AT(PixPrivate, state, 0), "the host's layout");
-
-// A choice that the host makes for one open, by a code of the capability table.
-typedef struct CapabilityRequest {
-    uint16_t code;
-    uint8_t host_2[2];
-    int32_t value;
-} CapabilityRequest;
-static_assert(sizeof(CapabilityRequest) == 8 && PIX_AT(CapabilityRequest, code, 0) &&
-                  PIX_AT(CapabilityRequest, value, 4),
-              "the host's layout");
+// --- The description of an image ------------------------------------------------------------
 
 // Bounds of a picture in pixels, all four inclusive.
 typedef struct ImageWindow {
@@ -45,33 +33,39 @@ static_assert(sizeof(ImageWindow) == 16 && PIX_AT(ImageWindow, x_min, 0) &&
                   PIX_AT(ImageWindow, y_max, 12),
               "the host's layout");
 
-// The description of an image: made and filled by the module on read, given by the host on write.
+// Reading: the open makes the record with ERR_malloc, has vyn__init_ifd fill it, and sets the
+// fields named here; types and widths stay as vyn__init_ifd leaves them, except the aux_width of a
+// depth file. The module does not use the record after the open, and releases neither the record
+// nor its strings, which are copies by STR_save.
+//
+// Writing: the host makes the record and fills data_window and the fields from channel_format on.
+// The open may set matte_count and aux_count to 0. The record need not outlive the open.
 typedef struct ImageInfo {
     uint8_t host_0[8];
     int32_t usage;
     float gamma;
     uint8_t host_16[32];
-    char *format_label; // name of the matching standard format
+    char *format_label; // name of the standard format of this size, or "unknown"
     int32_t width;      // pixels
     int32_t height;     // rows
     float aspect;       // of the picture: width to height as shown
     uint8_t host_68[4];
-    ImageWindow data_window;
+    ImageWindow data_window; // writing: its size is the size written, wherever it lies
     ImageWindow display_window;
     uint8_t host_104[4];
     int32_t orientation;
-    char *channel_format;
+    char *channel_format;  // equals VYN_LITERAL_HARD_FORMAT_TYPE_RGB
     int32_t channel_count; // 3: colour; 0: none
-    int32_t channel_type;
-    int32_t channel_width; // bits per sample
+    int32_t channel_type;  // 1
+    int32_t channel_width; // bits per sample: 8
     uint8_t host_132[12];
-    int32_t matte_count;
-    int32_t matte_type;
-    int32_t matte_width; // bits per sample
+    int32_t matte_count; // 0 or 1
+    int32_t matte_type;  // 1, if there is a matte
+    int32_t matte_width; // bits per sample: 8, if there is a matte
     uint8_t host_156[12];
-    int32_t aux_count; // auxiliary channels: depth
+    int32_t aux_count; // auxiliary channels, which are depth: 0 or 1
     uint8_t host_172[4];
-    int32_t aux_width; // bits per sample
+    int32_t aux_width; // bits per sample: 31, if there is depth
     uint8_t host_180[28];
 } ImageInfo;
 static_assert(sizeof(ImageInfo) == 208 && PIX_AT(ImageInfo, usage, 8) &&
@@ -86,33 +80,83 @@ static_assert(sizeof(ImageInfo) == 208 && PIX_AT(ImageInfo, usage, 8) &&
                   PIX_AT(ImageInfo, aux_width, 176),
               "the host's layout");
 
-// Moves one row. `state` is PixPrivate::state and `y` the host's scanline number, counted from the
-// last row in file order. On read `rows` points to a `void **` that receives the row-buffer array;
-// on write it is that array, a `void **`. Array order: red, green, blue, matte, depth, absent kinds
-// left out; one byte a pixel, for depth one int32_t. Result: 0, or the code left in vyn__err.
+// --- The procedures of an open image --------------------------------------------------------
+
+typedef struct ImageHandle ImageHandle;
+typedef struct PixState PixState; // the module's own record of an open image; opaque to the host
+
+// Moves one row between the image and row buffers. `state` is PixPrivate::state. The files begin
+// with scanline height - 1 and end with scanline 0. Row buffers are an array of rows in the order
+// red, green, blue, matte, depth, without those that the image has not; a row has one byte a pixel,
+// for depth one int32_t. The result is left in vyn__err too: 0; -2, PIX_BAD_SCANLINE, when there is
+// no scanline `y` or, in writing, it is not the next one; -18, PIX_READ_FAILED; -20,
+// PIX_WRITE_FAILED. After -2 nothing was done, and other scanlines may follow. A null `state` gives
+// -2 as well, without a message.
+//
+// Reading takes scanlines in any order. `rows` points to a `void **`, which receives the row
+// buffers when the result is 0: the same array each time, valid until the close, whose rows hold
+// this scanline until the next call. After -18 the rows may hold anything, and more scanlines may
+// be asked for: those that the files hold before the damage are read correctly; from the damage on,
+// a row may come from a wrong place, with result 0. After a seek that failed, the image is lost:
+// every later request first brings all its files back to a row that is known, or fails with -18
+// too, so that no row is put together from two.
+//
+// Writing takes scanlines from height - 1 down to 0. `rows` is the array itself, a `void **`. Array
+// and rows are the host's and are used during the call alone. The depth row must be writable: its
+// bytes are swapped during the call, and back before it returns, whatever the result. After -20 the
+// files hold a part of the row; the image cannot be completed, and only the close may follow.
 typedef int32_t (*ScanlineProc)(PixState *state, int32_t y, void *rows);
 
-// Ends an image and destroys the handle. Result: vyn__err.
+// Ends an image, once, however its scanlines went: closes the files, gives the row buffers of an
+// image that was read to vyn__chan_free, and at last the handle to vyn__free_obj. It does so in any
+// case. Result: vyn__err, which is 0 at the start of the close and becomes -20, PIX_WRITE_FAILED,
+// when a file could not be closed and may be incomplete. After a failed open the close just
+// destroys the handle; so it does with a null private block or state. A null handle gives 0 and
+// changes nothing. Standard input and output are neither closed nor flushed.
 typedef int32_t (*CloseProc)(ImageHandle *handle);
 
-// One image being read or written. The host makes it before an open; vyn__free_obj destroys it.
+// --- The handle -----------------------------------------------------------------------------
+
+// The private block on a handle. The open makes the block and the state with ERR_malloc. The module
+// releases neither, and uses neither once vyn__free_obj has the handle.
+typedef struct PixPrivate {
+    PixState *state; // null when memory was exhausted
+} PixPrivate;
+static_assert(sizeof(PixPrivate) == 8 && PIX_AT(PixPrivate, state, 0), "the host's layout");
+
+// A choice that the host makes for one open: a code and a value of the capability table.
+typedef struct CapabilityRequest {
+    uint16_t code;
+    uint8_t host_2[2];
+    int32_t value;
+} CapabilityRequest;
+static_assert(sizeof(CapabilityRequest) == 8 && PIX_AT(CapabilityRequest, code, 0) &&
+                  PIX_AT(CapabilityRequest, value, 4),
+              "the host's layout");
+
+// One image being read or written. The host makes a handle for each open; vyn__free_obj destroys
+// it. The host sets the fields that say so, and keeps what they point to: file_name until the
+// close, the others until the open returns. A read open sets all others that have a name, with
+// strings by STR_save; a write open sets priv and the procedures. They do so without a look at the
+// old value: pointers that are null before the open show after a failure what it has made. The
+// module releases none of that.
 struct ImageHandle {
     PixPrivate *priv;
-    const char *format_name;
-    const char *file_name;
-    uint8_t name_is_exact; // 0: search the directories of KV_IMG_DIR too
+    const char *format_name; // set by the host
+    const char *file_name;   // set by the host: 1 to 1,023 bytes
+    uint8_t name_is_exact;   // set by the host; 0: search the directories of KV_IMG_DIR too
     uint8_t host_25[23];
     char *description[7];
     char *compression;
-    CapabilityRequest **capability_requests; // ended by a null pointer; may itself be null
+    CapabilityRequest **capability_requests; // set by the host: a list that a null ends, or null
     uint8_t host_120[32];
     float red_primary[3];
     float green_primary[3];
     float blue_primary[3];
     float white_point[3];
-    int32_t image_count;
+    int32_t image_count; // set by the host for writing: 1
     uint8_t host_204[4];
-    ImageInfo *info;
+    ImageInfo *info; // set by the host for writing
     uint8_t host_216[80];
     ScanlineProc scanline_proc;
     CloseProc close_proc;
@@ -129,25 +173,72 @@ static_assert(sizeof(ImageHandle) == 312 && PIX_AT(ImageHandle, priv, 0) &&
                   PIX_AT(ImageHandle, scanline_proc, 296) && PIX_AT(ImageHandle, close_proc, 304),
               "the host's layout");
 
-// An entry of the host's table of standard formats.
-typedef struct FormatEntry {
-    const char *name;
-    int32_t width;  // pixels
-    int32_t height; // rows
-    float aspect;   // of the picture
-} FormatEntry;
-static_assert(PIX_AT(FormatEntry, name, 0) && PIX_AT(FormatEntry, width, 8) &&
-                  PIX_AT(FormatEntry, height, 12) && PIX_AT(FormatEntry, aspect, 16),
-              "the host's layout");
+// --- What the module exports ----------------------------------------------------------------
+// The descriptor's words and strings are in module/descriptor.h, the capability table's layout in
+// host/capabilities.h.
+
+#pragma GCC visibility push(default)
+
+typedef struct CapabilityEntry CapabilityEntry;
+
+// Makes imageName, imageExtension and imageNameSyntax, in the words of the catalogue that is open
+// now. Returns 1; or 0, with neither code nor message, when memory is exhausted: the names that are
+// not made are null. The module does not release the names.
+int32_t imageInit(void);
+
+// Hands out the capability table and counts its entries, those for reading and those for writing.
+// No argument may be null. The table is constant and valid while the module is loaded.
+void imageCapability(const CapabilityEntry **table, int32_t *input_count, int32_t *output_count,
+                     int32_t *entry_count);
+
+// Returns 1 when the first 12 bytes of the file, and in doubt its name, are those of a PIX file,
+// else 0, also when they cannot be read. Opens `name` unless `stream` is given; a given stream
+// stays open and stands after the last byte read. Leaves neither code nor message. It keeps no
+// state, so it may run beside other calls.
+uint8_t imageIsFile(const char *name, FILE *stream);
+
+// Opens an image for reading, with the companions that are asked for and exist. "/dev/stdin" is
+// standard input, which must be able to seek. Returns
+//    1  The image is open and described. vyn__err is as it was, or has the code of a warning:
+//       PIX_UNSUPPORTED, an unknown request; PIX_CANNOT_OPEN, a companion that does not fit.
+//    0  The open failed and closed its files. vyn__err has the reason; so has a message, unless
+//       ERR_malloc gave null. The host then calls vyn__free_obj, or close_proc if that is set. A
+//       scanline call, if scanline_proc is set, does no harm and gives -2.
+//   -1  The image is open, but vyn__chan_alloc gave null: neither code nor message. Scanlines are
+//       refused with -18, and the host must call close_proc.
+int32_t imageReadOpen(ImageHandle *handle);
+
+// Opens an image for writing as `info` describes it, over what its files held before. "/dev/stdout"
+// is standard output, which the host flushes after the close. Returns 1, or 0 as imageReadOpen
+// does; a failed open removes the regular files that it made or emptied, but no links. vyn__err is
+// 0 at the start, and with result 1 it may have the code of a warning: PIX_UNSUPPORTED, an unknown
+// request; PIX_CANNOT_OPEN, a companion that cannot be made.
+//
+// A companion of a colour image that is not asked for or cannot be made is left out: its count in
+// `info` is then 0, and its buffer is not among the rows. An image without colour is written as its
+// matte alone, or without one as its depth. With a channel_count other than 3 and 0, the companions
+// are written beside an empty main file. Sizes are not checked: the header keeps their low 16 bits,
+// and no reader takes a picture of more than 16,383 pixels either way.
+int32_t imageWriteOpen(ImageHandle *handle);
+
+#pragma GCC visibility pop
 
 // --- Services -------------------------------------------------------------------------------
-// Any of them may change errno.
+// The host defines all of these. The module calls them on the thread of the call that it serves.
+// They must return to the module, and must not call it. Any of them may change errno.
 
-extern int vyn__err;         // the host's error code: 0 or one of the codes of host/messages.h
-extern nl_catd vyn__msg_cat; // open message catalogue, or null
+// The host's error code: 0 or one of the codes of host/messages.h. Failures leave their code here;
+// a scanline that succeeds, the start of a write open and the start of a close leave 0. A read open
+// does not clear it: a host that wants to see its warnings sets it to 0 before.
+extern int vyn__err;
+
+extern nl_catd vyn__msg_cat; // open message catalogue, or null: the default words serve
 extern const char VYN_LITERAL_HARD_FORMAT_TYPE_RGB[]; // the host's name of the RGB channel format
 
 // Issues message `number` of catalogue set `set`, in the catalogue's words or else in `format`'s.
+// Severity 2 is a warning, and the operation goes on; 3 is an error, which ends the operation or
+// makes it go on without a companion. The code may reach vyn__err after the message. The arguments
+// are valid during the call.
 void ERR_report_cat(nl_catd catalogue, int set, int number, int severity, const char *format, ...)
     __attribute__((format(printf, 5, 6)));
 
@@ -172,10 +263,13 @@ const char *STR_extension(const char *name);
 // Returns the length of `s` in bytes.
 int STR_length(const char *s);
 
-// Fills the handle's new ImageInfo with the host's defaults.
+// Fills the handle's new ImageInfo, whose bytes are not initialised, with the host's defaults:
+// among them type 1 and width 8 of colour and matte. Fields that the open does not reach keep them,
+// also the strings.
 void vyn__init_ifd(ImageHandle *handle);
 
-// Returns one row buffer per channel of `info`, `width` pixels each, or null.
+// Returns row buffers for the channels of `info`, `width` pixels each, or null. The close gives
+// them back.
 void **vyn__chan_alloc(ImageInfo *info, int32_t width, const char *format_name);
 
 // Releases what vyn__chan_alloc returned; null does nothing.
@@ -185,13 +279,24 @@ void vyn__chan_free(void **rows);
 // is null. May return `name` itself or null; valid until the next call.
 const char *vyn__build_handle(const char *search_list, const char *name, const char *suffix);
 
-// Destroys the handle.
+// Destroys the handle. The module's last call for an image.
 void vyn__free_obj(ImageHandle *handle);
+
+// An entry of the host's table of standard formats.
+typedef struct FormatEntry {
+    const char *name;
+    int32_t width;  // pixels
+    int32_t height; // rows
+    float aspect;   // of the picture
+} FormatEntry;
+static_assert(PIX_AT(FormatEntry, name, 0) && PIX_AT(FormatEntry, width, 8) &&
+                  PIX_AT(FormatEntry, height, 12) && PIX_AT(FormatEntry, aspect, 16),
+              "the host's layout");
 
 // Restarts the table of standard formats.
 void FMT_init(nl_catd catalogue);
 
-// Returns the next standard format, or null after the last.
+// Returns the next standard format, or null after the last. Valid until the next call.
 const FormatEntry *FMT_info(void);
 
 float FMT_def_input_gamma(void);
@@ -201,39 +306,6 @@ const float *CLR_def_red_primary(void);
 const float *CLR_def_green_primary(void);
 const float *CLR_def_blue_primary(void);
 const float *CLR_def_white_point(void);
-
-// --- What the module exports ----------------------------------------------------------------
-// The descriptor's words and strings are in module/descriptor.h, the capability table's layout in
-// host/capabilities.h.
-
-#pragma GCC visibility push(default)
-
-typedef struct CapabilityEntry CapabilityEntry;
-
-// Makes imageName, imageExtension and imageNameSyntax. Returns 1, or 0 when memory is exhausted.
-int32_t imageInit(void);
-
-// Hands out the capability table and counts its entries, those for reading and those for writing.
-void imageCapability(const CapabilityEntry **table, int32_t *input_count, int32_t *output_count,
-                     int32_t *entry_count);
-
-// Returns 1 when the first 12 bytes of the file, and in doubt its name, are those of a PIX file,
-// else 0. Opens `name` unless `stream` is given; a given stream stays open and stands after the
-// last byte read.
-uint8_t imageIsFile(const char *name, FILE *stream);
-
-// Opens an image for reading. Returns 1; 0 with the reason in vyn__err; or -1 when all is open but
-// the host had no row buffers.
-int32_t imageReadOpen(ImageHandle *handle);
-
-// Opens an image for writing as `info` describes it. Returns 1, or 0 with the reason in vyn__err. A
-// companion of a colour image that is not asked for or cannot be made is left out: its count in
-// `info` is then 0, and its buffer is not among the rows. An image without colour is written as its
-// matte alone, or without one as its depth. Sizes are not checked: the header keeps their low 16
-// bits, and no reader takes a picture of more than PIX_MAX_SIZE pixels either way.
-int32_t imageWriteOpen(ImageHandle *handle);
-
-#pragma GCC visibility pop
 
 #ifdef __cplusplus
 }
