@@ -10,16 +10,39 @@
 #include <errno.h>
 #include <string.h>
 
-// Codes left in vyn__err.
+// Codes left in vyn__err, also by an open that reports something and then succeeds.
 enum : int {
     PIX_OK = 0,
+
+    // The scanline number is out of range or, in writing, not the next one. Also a null state,
+    // without a message.
     PIX_BAD_SCANLINE = -2,
+
+    // A file cannot be opened or made, its name is too long, or its bits a pixel cannot be read;
+    // or a companion's header is cut short or not valid, or its two fields do not match. With an
+    // open that succeeds: a companion cannot be made, or does not fit the image, and is left out.
     PIX_CANNOT_OPEN = -5,
+
+    // A row's packets pass the end of the row. PIX_READ_FAILED follows in the same call, so that
+    // only the services that the module calls in between find this code.
     PIX_UNDECODABLE = -7,
+
+    // The header of the main file is cut short, has a size or bits a pixel that are not supported,
+    // or is an SGI image's; or the two fields do not match.
     PIX_BAD_HEADER = -8,
+
+    // Memory is exhausted. Without a message when it was ERR_malloc that failed.
     PIX_NO_MEMORY = -10,
+
+    // The format cannot store the image described. With an open that succeeds: a capability
+    // request has an unknown code, or the code of the other kind of open.
     PIX_UNSUPPORTED = -16,
+
+    // A row cannot be read: the file ends too early, a read or a seek failed, the row cannot be
+    // decoded, or the image was opened without row buffers.
     PIX_READ_FAILED = -18,
+
+    // A header or a row cannot be written, or a file cannot be closed.
     PIX_WRITE_FAILED = -20,
 };
 
