@@ -174,7 +174,7 @@ static_assert(sizeof(ImageHandle) == 312 && PIX_AT(ImageHandle, priv, 0) &&
               "the host's layout");
 
 // --- What the module exports ----------------------------------------------------------------
-// The descriptor's words and strings are in module/descriptor.h, the capability table's layout in
+// The descriptor's words and strings are in module/descriptor.cpp, the capability table's layout in
 // host/capabilities.h.
 
 #pragma GCC visibility push(default)
