@@ -24,11 +24,9 @@ struct PixMainOpen {
 
 static bool pix_open_single(PixMainOpen *open, const char *name)
 {
-    if (open->standard) {
-        open->plane->file[0].fp = open->standard;
-        return true;
-    }
-    return pix_open_file(&open->plane->file[0], name, open->mode);
+    PixFile *file = &open->plane->file[0];
+    file->fp = open->standard;
+    return file->fp || pix_open_file(file, name, open->mode);
 }
 
 // A field name that was too long is empty.
@@ -39,17 +37,6 @@ static bool pix_open_field(PixMainOpen *open, int field, const char *name)
         return false;
     }
     return pix_open_file(&open->plane->file[field], name, open->mode);
-}
-
-// Keeps the image's name in the state. Returns 0, or PIX_NO_MEMORY, which it has reported.
-static int pix_save_name(PixMainOpen *open)
-{
-    open->plane->name = STR_save(open->names.base);
-    if (open->plane->name) {
-        return PIX_OK;
-    }
-    PIX_FAIL(PIX_NO_MEMORY, PIX_MSG_NO_MEMORY);
-    return PIX_NO_MEMORY;
 }
 
 // --- The search -----------------------------------------------------------------------------
@@ -155,13 +142,13 @@ static bool pix_search(PixMainOpen *open)
 // before anything is opened.
 static int pix_open_main(PixMainOpen *open)
 {
-    if (open->exact && pix_save_name(open)) {
+    if (open->exact && pix_save_text(&open->plane->name, open->names.base)) {
         return PIX_NO_MEMORY;
     }
     if (!pix_search(open)) {
         return PIX_CANNOT_OPEN;
     }
-    if (!open->exact && pix_save_name(open)) {
+    if (!open->exact && pix_save_text(&open->plane->name, open->names.base)) {
         pix_give_up(open, open->names.base); // without a name nobody else could remove it
         return PIX_NO_MEMORY;
     }

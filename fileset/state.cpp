@@ -12,6 +12,16 @@ void *pix_allocate(size_t size)
     return block;
 }
 
+int pix_save_text(char **slot, const char *text)
+{
+    *slot = STR_save(text);
+    if (*slot) {
+        return PIX_OK;
+    }
+    PIX_FAIL(PIX_NO_MEMORY, PIX_MSG_NO_MEMORY);
+    return PIX_NO_MEMORY;
+}
+
 PixState *pix_attach_state(ImageHandle *handle)
 {
     handle->priv = static_cast<PixPrivate *>(pix_allocate(sizeof(PixPrivate)));
@@ -36,6 +46,7 @@ void pix_move_main_file(PixState *state, PixKind kind)
         state->plane[kind].file[field] = state->plane[PIX_COLOUR].file[field];
         state->plane[PIX_COLOUR].file[field] = {};
     }
+    state->plane[PIX_COLOUR].present = false;
     state->plane[kind].present = true;
 }
 

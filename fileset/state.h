@@ -75,6 +75,10 @@ struct PixState {
 // Returns a block of the host's memory; or null, with vyn__err set and no message.
 [[nodiscard]] void *pix_allocate(size_t size);
 
+// Saves a string of the module's or the host's records. Returns 0, or PIX_NO_MEMORY, which it has
+// reported.
+[[nodiscard]] int pix_save_text(char **slot, const char *text);
+
 // Gives the handle a private block and a new state, empty but for mode 'r', one file a plane and an
 // undecided channel choice. Returns the state, or null as pix_allocate does.
 [[nodiscard]] PixState *pix_attach_state(ImageHandle *handle);

@@ -2,6 +2,8 @@
 // headers of two fields make one. What a header's values mean for an image is left to the opens.
 #include "format/header.h"
 
+#include <initializer_list>
+
 void pix_parse_header(const uint8_t bytes[sizeof(PixHeader)], PixHeader *header)
 {
     *header = {pix_word(bytes), pix_word(bytes + 2), pix_word(bytes + 4), pix_word(bytes + 6),
@@ -13,27 +15,23 @@ void pix_parse_header(const uint8_t bytes[sizeof(PixDepthHeader)], PixDepthHeade
     *header = {pix_long(bytes), pix_word(bytes + 4), pix_word(bytes + 6)};
 }
 
-static void pix_put_word(uint8_t *bytes, uint32_t value)
+static void pix_put_words(uint8_t *bytes, std::initializer_list<uint32_t> words)
 {
-    bytes[0] = static_cast<uint8_t>(value >> 8);
-    bytes[1] = static_cast<uint8_t>(value);
+    for (const uint32_t word : words) {
+        *bytes++ = static_cast<uint8_t>(word >> 8);
+        *bytes++ = static_cast<uint8_t>(word);
+    }
 }
 
 void pix_format_header(const PixHeader &header, uint8_t bytes[sizeof(PixHeader)])
 {
-    pix_put_word(bytes, header.width);
-    pix_put_word(bytes + 2, header.height);
-    pix_put_word(bytes + 4, header.x_offset);
-    pix_put_word(bytes + 6, header.y_offset);
-    pix_put_word(bytes + 8, header.bits);
+    pix_put_words(bytes,
+                  {header.width, header.height, header.x_offset, header.y_offset, header.bits});
 }
 
 void pix_format_header(const PixDepthHeader &header, uint8_t bytes[sizeof(PixDepthHeader)])
 {
-    pix_put_word(bytes, header.magic >> 16);
-    pix_put_word(bytes + 2, header.magic);
-    pix_put_word(bytes + 4, header.width);
-    pix_put_word(bytes + 6, header.height);
+    pix_put_words(bytes, {header.magic >> 16, header.magic, header.width, header.height});
 }
 
 // The even height counts as signed where it is compared, and the sum is kept in 16 bits: a sum that

@@ -102,17 +102,6 @@ PIX_INLINE PixStop pix_decode_some(PixSpan *span, PixCursor<Channels> *to, int64
     return PIX_STOP_ROW;
 }
 
-template <int Channels>
-static PixStop pix_decode_plain(PixSpan *span, PixRow *row)
-{
-    PixSpan left = *span;
-    PixCursor<Channels> to = pix_start<Channels>(row);
-    const PixStop stop = pix_decode_some(&left, &to, INT64_MAX);
-    *span = left;
-    row->done = to.done;
-    return stop;
-}
-
 // Decodes groups of four packets with 1 to 4 pixels each, while they last. The counts of a group
 // choose a shuffle that gathers its 4 to 16 pixels of one channel.
 PIX_WITH_SHUFFLES static inline void pix_decode_groups(PixSpan *span, PixColourCursor *to)
@@ -139,57 +128,59 @@ PIX_WITH_SHUFFLES static inline void pix_decode_groups(PixSpan *span, PixColourC
 
 // Where a group does not fit, as many packets are decoded one by one, so that among long runs the
 // test for a group is made once in four.
-PIX_WITH_SHUFFLES static PixStop pix_decode_shuffling(PixSpan *span, PixRow *row)
+template <int Channels, bool Shuffle>
+PIX_INLINE PixStop pix_decode_row(PixSpan *span, PixRow *row)
 {
     PixSpan left = *span;
-    PixColourCursor to = pix_start<PIX_COLOUR_CHANNELS>(row);
+    PixCursor<Channels> to = pix_start<Channels>(row);
     PixStop stop = PIX_STOP_ROW;
     while (stop == PIX_STOP_ROW && to.done < to.width) {
-        pix_decode_groups(&left, &to);
-        stop = pix_decode_some(&left, &to, PIX_GROUP);
+        if constexpr (Shuffle) {
+            pix_decode_groups(&left, &to);
+        }
+        stop = pix_decode_some(&left, &to, Shuffle ? PIX_GROUP : INT64_MAX);
     }
     *span = left;
     row->done = to.done;
     return stop;
 }
 
+PIX_WITH_SHUFFLES static PixStop pix_decode_shuffling(PixSpan *span, PixRow *row)
+{
+    return pix_decode_row<PIX_COLOUR_CHANNELS, true>(span, row);
+}
+
 // Passes over a row: 16 bytes of packets at a time while the row goes on behind them, then packet
 // by packet.
-template <int Channels>
 static PixStop pix_pass_over(PixSpan *span, PixRow *row)
 {
-    const __m128i is_count = Channels == 3 ? _mm_set1_epi32(0xFF) : _mm_set1_epi16(0xFF);
-    while (span->end - span->at >= PIX_BLOCK) {
-        const __m128i counts = _mm_and_si128(pix_load(span->at), is_count);
-        const __m128i sums = _mm_sad_epu8(counts, _mm_setzero_si128());
-        const int32_t sum = _mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4);
-        if (sum >= row->width - row->done) {
-            break;
+    const auto size = static_cast<ptrdiff_t>(pix_packet_size(row->channels));
+    const bool colour = row->channels == PIX_COLOUR_CHANNELS;
+    const __m128i is_count = colour ? _mm_set1_epi32(0xFF) : _mm_set1_epi16(0xFF);
+    while (row->done < row->width && span->end - span->at >= size) {
+        int32_t sum = INT32_MAX;
+        if (span->end - span->at >= PIX_BLOCK) {
+            const __m128i counts = _mm_and_si128(pix_load(span->at), is_count);
+            const __m128i sums = _mm_sad_epu8(counts, _mm_setzero_si128());
+            sum = _mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4);
         }
-        row->done += sum;
-        span->at += PIX_BLOCK;
+        const bool whole = sum < row->width - row->done;
+        row->done += whole ? sum : *span->at;
+        span->at += whole ? PIX_BLOCK : size;
     }
-    while (row->done < row->width) {
-        if (span->end - span->at < 1 + Channels) {
-            return PIX_STOP_SPAN;
-        }
-        row->done += *span->at;
-        span->at += 1 + Channels;
-    }
-    return PIX_STOP_ROW;
+    return row->done < row->width ? PIX_STOP_SPAN : PIX_STOP_ROW;
 }
 
 PixStop pix_decode(PixSpan *span, PixRow *row, bool shuffle)
 {
     if (!row->buffers) {
-        return row->channels == PIX_MATTE_CHANNELS ? pix_pass_over<PIX_MATTE_CHANNELS>(span, row)
-                                                   : pix_pass_over<PIX_COLOUR_CHANNELS>(span, row);
+        return pix_pass_over(span, row);
     }
     if (row->channels == PIX_MATTE_CHANNELS) {
-        return pix_decode_plain<PIX_MATTE_CHANNELS>(span, row);
+        return pix_decode_row<PIX_MATTE_CHANNELS, false>(span, row);
     }
     return shuffle ? pix_decode_shuffling(span, row)
-                   : pix_decode_plain<PIX_COLOUR_CHANNELS>(span, row);
+                   : pix_decode_row<PIX_COLOUR_CHANNELS, false>(span, row);
 }
 
 // --- Encoding -------------------------------------------------------------------------------
@@ -217,17 +208,17 @@ PIX_INLINE uint8_t *pix_put_run(PixCursor<Channels> *from, int32_t count, uint8_
     return out + 1 + Channels;
 }
 
-// Compares PIX_BLOCK pixels from `at` on with their right neighbours, all channels at once: bit i
-// of the result is set when pixel at + i ends a run. No branch depends on a pixel.
+// Compares PIX_BLOCK pixels from `at` on with their right neighbours, all channels at once: all
+// bits of a byte are set where the run goes on behind the pixel. No branch depends on a pixel.
 template <int Channels>
-PIX_INLINE uint32_t pix_run_ends(const PixCursor<Channels> *from, int32_t at)
+PIX_INLINE __m128i pix_go_on(const PixCursor<Channels> *from, int32_t at)
 {
     __m128i equal = pix_repeat(0xFF);
     for (const uint8_t *channel : from->channel) {
         const __m128i right = pix_load(channel + at + 1);
         equal = _mm_and_si128(equal, _mm_cmpeq_epi8(pix_load(channel + at), right));
     }
-    return static_cast<uint32_t>(_mm_movemask_epi8(equal)) ^ 0xFFFFU;
+    return equal;
 }
 
 // The same for one pixel, where the row has no room for a block.
@@ -241,7 +232,7 @@ static inline bool pix_ends_run(const PixCursor<Channels> *from, int32_t at)
     return !equal;
 }
 
-// Appends one packet for each run that ends in a block.
+// Appends one packet for each run that ends in a block: bit i of `ends` stands for pixel at + i.
 template <int Channels>
 PIX_INLINE uint8_t *pix_put_ends(PixCursor<Channels> *from, int32_t at, uint32_t ends, uint8_t *out)
 {
@@ -253,16 +244,12 @@ PIX_INLINE uint8_t *pix_put_ends(PixCursor<Channels> *from, int32_t at, uint32_t
 
 // For each pixel of a block that ends a run, how many pixels that run has, `open` of the first run
 // before the block.
-PIX_WITH_SHUFFLES static inline __m128i pix_count_runs(uint32_t ends, int32_t open)
+static inline __m128i pix_count_runs(__m128i go_on, int32_t open)
 {
-    const __m128i one_to_16 = _mm_setr_epi8(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16);
-    const __m128i halves = _mm_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1);
-    const __m128i bits = _mm_set1_epi64x(static_cast<int64_t>(0x8040201008040201));
-    const __m128i spread = _mm_shuffle_epi8(_mm_cvtsi32_si128(static_cast<int>(ends)), halves);
-    const __m128i is_end = _mm_cmpeq_epi8(_mm_and_si128(spread, bits), bits);
     // Pixels from the start of the first run to here, less those to the end of the run before.
+    const __m128i one_to_16 = _mm_setr_epi8(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16);
     const __m128i here = _mm_add_epi8(one_to_16, pix_repeat(static_cast<uint8_t>(open)));
-    __m128i before = _mm_slli_si128(_mm_and_si128(is_end, here), 1);
+    __m128i before = _mm_slli_si128(_mm_andnot_si128(go_on, here), 1);
     before = _mm_max_epu8(before, _mm_slli_si128(before, 1));
     before = _mm_max_epu8(before, _mm_slli_si128(before, 2));
     before = _mm_max_epu8(before, _mm_slli_si128(before, 4));
@@ -276,14 +263,14 @@ constexpr int PIX_MANY_ENDS = 4;
 // Where many runs end in a block, makes a packet of each of its pixels and squeezes out those that
 // end no run, four at a time.
 PIX_WITH_SHUFFLES static inline uint8_t *pix_put_block(PixColourCursor *from, int32_t at,
-                                                       uint32_t ends, uint8_t *out)
+                                                       __m128i go_on, uint32_t ends, uint8_t *out)
 {
     const int32_t open = at - from->done;
     if (open > PIX_MAX_RUN - PIX_BLOCK || __builtin_popcount(ends) < PIX_MANY_ENDS) {
         return pix_put_ends(from, at, ends, out);
     }
     from->done = at + 32 - __builtin_clz(ends);
-    const __m128i counts = pix_count_runs(ends, open);
+    const __m128i counts = pix_count_runs(go_on, open);
     const __m128i red = pix_load(from->channel[0] + at);
     const __m128i green = pix_load(from->channel[1] + at);
     const __m128i blue = pix_load(from->channel[2] + at);
@@ -309,9 +296,10 @@ PIX_INLINE size_t pix_encode_row(PixRow *row, uint8_t *bytes, size_t room)
     uint8_t *out = bytes;
     int32_t at = from.done;
     for (; from.width - at > PIX_BLOCK && out <= full; at += PIX_BLOCK) {
-        const uint32_t ends = pix_run_ends(&from, at);
+        const __m128i go_on = pix_go_on(&from, at);
+        const uint32_t ends = static_cast<uint32_t>(_mm_movemask_epi8(go_on)) ^ 0xFFFFU;
         if constexpr (Shuffle) {
-            out = pix_put_block(&from, at, ends, out);
+            out = pix_put_block(&from, at, go_on, ends, out);
         } else {
             out = pix_put_ends(&from, at, ends, out);
         }

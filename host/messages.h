@@ -115,11 +115,9 @@ constexpr PixLabel PIX_LABEL_MATTE = {344, "mask"};
 // string is the catalogue's: copy it to keep it.
 [[nodiscard]] inline const char *pix_label(PixLabel label)
 {
-    if (!vyn__msg_cat) {
-        return label.text;
-    }
     const int reason = errno;
-    const char *text = catgets(vyn__msg_cat, PIX_LABEL_SET, label.number, label.text);
+    const char *text =
+        vyn__msg_cat ? catgets(vyn__msg_cat, PIX_LABEL_SET, label.number, label.text) : label.text;
     errno = reason;
     return text;
 }

@@ -41,13 +41,7 @@ const char *imageNameSyntax;
 int32_t imageInit()
 {
     imageName = STR_define(pix_label(PIX_LABEL_NAME));
-    if (!imageName) {
-        return 0;
-    }
-    imageExtension = STR_define(pix_label(PIX_LABEL_EXTENSION));
-    if (!imageExtension) {
-        return 0;
-    }
-    imageNameSyntax = STR_save(pix_label(PIX_LABEL_NAME_SYNTAX));
+    imageExtension = imageName ? STR_define(pix_label(PIX_LABEL_EXTENSION)) : nullptr;
+    imageNameSyntax = imageExtension ? STR_save(pix_label(PIX_LABEL_NAME_SYNTAX)) : nullptr;
     return imageNameSyntax != nullptr;
 }

@@ -36,20 +36,15 @@ static bool pix_is_pix(const char *name, const uint8_t bytes[PIX_PROBE_SIZE])
         return false;
     }
     // The width, not the height, less one.
-    if (header.x_offset == 0 && header.y_offset == header.width - 1) {
+    if ((header.x_offset == 0 && header.y_offset == header.width - 1) ||
+        header.width != PIX_SGI_MAGIC) {
         return true;
-    }
-    if (header.width != PIX_SGI_MAGIC) {
-        return true;
-    }
-    if (pix_has_sgi_extension(name)) {
-        return false;
     }
     // An SGI image has its dimensions (1 to 3) where PIX has the x offset, and its channels (1 to
     // 4) where the pixels of PIX begin.
     const bool sgi_dimensions = header.x_offset >= 1 && header.x_offset <= 3;
     const bool sgi_channels = behind >= 1 && behind <= 4;
-    return !(sgi_dimensions && sgi_channels);
+    return !pix_has_sgi_extension(name) && !(sgi_dimensions && sgi_channels);
 }
 
 uint8_t imageIsFile(const char *name, FILE *stream)

@@ -45,12 +45,6 @@ template <class Header>
     return header->width <= PIX_MAX_SIZE && header->height <= PIX_MAX_SIZE;
 }
 
-static int pix_refuse_header(const ImageHandle *handle, const PixState *state)
-{
-    PIX_FAIL(PIX_BAD_HEADER, PIX_MSG_INVALID_HEADER, pix_shown_name(handle, state));
-    return PIX_BAD_HEADER;
-}
-
 static int pix_refuse_companion(PixLabel label, const char *name)
 {
     vyn__err = PIX_CANNOT_OPEN;
@@ -69,35 +63,29 @@ static void pix_drop_companion(PixState *state, PixKind kind, ImageInfo *info)
     info->*PIX_FACTS[kind].count = 0;
 }
 
-// The main file is a matte. Companions are open only if the file has changed since its first look.
-static void pix_make_matte_only(PixState *state, ImageInfo *info)
-{
-    pix_drop_companion(state, PIX_MATTE, info);
-    pix_drop_companion(state, PIX_DEPTH, info);
-    pix_move_main_file(state, PIX_MATTE);
-    info->channel_count = 0;
-    info->matte_count = 1;
-}
-
+// Finds out what the main file holds. Only with colour it can have companions; others are open only
+// if the file has changed since its first look.
 static int pix_check_main_header(ImageHandle *handle, PixState *state, PixHeader *header)
 {
-    if (!pix_read_plane_header(state, PIX_COLOUR, header)) {
-        return pix_refuse_header(handle, state);
+    const char *name = pix_shown_name(handle, state);
+    bool good = pix_read_plane_header(state, PIX_COLOUR, header) &&
+                (header->bits == PIX_COLOUR_BITS || header->bits == PIX_MATTE_BITS);
+    state->plane[PIX_COLOUR].present = good;
+    if (good && header->bits == PIX_MATTE_BITS) {
+        pix_drop_companion(state, PIX_MATTE, handle->info);
+        pix_drop_companion(state, PIX_DEPTH, handle->info);
+        pix_move_main_file(state, PIX_MATTE);
+        handle->info->channel_count = 0;
+        handle->info->matte_count = 1;
     }
-    if (header->bits == PIX_COLOUR_BITS) {
-        state->plane[PIX_COLOUR].present = true;
-    } else if (header->bits == PIX_MATTE_BITS) {
-        pix_make_matte_only(state, handle->info);
-    } else {
-        return pix_refuse_header(handle, state);
+    if (good && header->width == PIX_SGI_MAGIC) {
+        const char *extension = STR_extension(name);
+        good = !extension || STR_compare(extension, ".rgb") != 0;
     }
-    if (header->width == PIX_SGI_MAGIC) {
-        const char *extension = STR_extension(pix_shown_name(handle, state));
-        if (extension && STR_compare(extension, ".rgb") == 0) {
-            return pix_refuse_header(handle, state);
-        }
+    if (!good) {
+        PIX_FAIL(PIX_BAD_HEADER, PIX_MSG_INVALID_HEADER, name);
     }
-    return PIX_OK;
+    return good ? PIX_OK : PIX_BAD_HEADER;
 }
 
 // Whether a companion is of the image's size.
@@ -153,44 +141,14 @@ static int pix_check_headers(ImageHandle *handle, PixState *state)
 
 // --- Description ----------------------------------------------------------------------------
 
-static void pix_describe_geometry(const PixState *state, ImageInfo *info)
-{
-    info->data_window = {0, state->width - 1, 0, state->height - 1};
-    info->display_window = info->data_window;
-    info->channel_count = state->plane[PIX_COLOUR].present ? PIX_COLOUR_CHANNELS : 0;
-    info->usage = PIX_USAGE;
-    info->gamma = FMT_def_input_gamma();
-    info->orientation = PIX_ORIENTATION;
-}
-
-static void pix_describe_colours(ImageHandle *handle)
-{
-    memcpy(handle->red_primary, CLR_def_red_primary(), sizeof handle->red_primary);
-    memcpy(handle->green_primary, CLR_def_green_primary(), sizeof handle->green_primary);
-    memcpy(handle->blue_primary, CLR_def_blue_primary(), sizeof handle->blue_primary);
-    memcpy(handle->white_point, CLR_def_white_point(), sizeof handle->white_point);
-}
-
-// Saves a string of the host's records. Returns 0, or PIX_NO_MEMORY, which it has reported.
-static int pix_save_text(char **slot, const char *text)
-{
-    *slot = STR_save(text);
-    if (*slot) {
-        return PIX_OK;
-    }
-    PIX_FAIL(PIX_NO_MEMORY, PIX_MSG_NO_MEMORY);
-    return PIX_NO_MEMORY;
-}
-
 static int pix_describe_texts(ImageHandle *handle)
 {
-    for (int i = 0; i < 7; ++i) {
-        const char *text = pix_label(PIX_LABEL_DESCRIPTION[i]);
-        if (const int failure = pix_save_text(&handle->description[i], text)) {
-            return failure;
-        }
+    int failure = PIX_OK;
+    for (int i = 0; i < 7 && !failure; ++i) {
+        failure = pix_save_text(&handle->description[i], pix_label(PIX_LABEL_DESCRIPTION[i]));
     }
-    return pix_save_text(&handle->compression, pix_label(PIX_LABEL_COMPRESSION));
+    return failure ? failure
+                   : pix_save_text(&handle->compression, pix_label(PIX_LABEL_COMPRESSION));
 }
 
 // Returns the first standard format of the image's size whose name begins with `prefix`, or null.
@@ -209,8 +167,8 @@ static const FormatEntry *pix_find_format(const ImageInfo *info, const char *pre
 
 static int pix_describe_format(const ImageHandle *handle, ImageInfo *info)
 {
-    info->width = info->data_window.x_max - info->data_window.x_min + 1;
-    info->height = info->data_window.y_max - info->data_window.y_min + 1;
+    info->width = info->data_window.x_max + 1;
+    info->height = info->data_window.y_max + 1;
     const char *const prefixes[] = {handle->format_name, "vorla", ""};
     for (const char *prefix : prefixes) {
         if (const FormatEntry *entry = pix_find_format(info, prefix)) {
@@ -225,12 +183,22 @@ static int pix_describe_format(const ImageHandle *handle, ImageInfo *info)
 static int pix_describe_image(ImageHandle *handle, const PixState *state)
 {
     ImageInfo *info = handle->info;
-    pix_describe_geometry(state, info);
-    pix_describe_colours(handle);
-    const bool described =
-        pix_describe_texts(handle) == PIX_OK && pix_describe_format(handle, info) == PIX_OK;
-    return described ? pix_save_text(&info->channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB)
-                     : PIX_NO_MEMORY;
+    info->data_window = {0, state->width - 1, 0, state->height - 1};
+    info->display_window = info->data_window;
+    info->channel_count = state->plane[PIX_COLOUR].present ? PIX_COLOUR_CHANNELS : 0;
+    info->usage = PIX_USAGE;
+    info->gamma = FMT_def_input_gamma();
+    info->orientation = PIX_ORIENTATION;
+    memcpy(handle->red_primary, CLR_def_red_primary(), sizeof handle->red_primary);
+    memcpy(handle->green_primary, CLR_def_green_primary(), sizeof handle->green_primary);
+    memcpy(handle->blue_primary, CLR_def_blue_primary(), sizeof handle->blue_primary);
+    memcpy(handle->white_point, CLR_def_white_point(), sizeof handle->white_point);
+    int failure = pix_describe_texts(handle);
+    if (!failure) {
+        failure = pix_describe_format(handle, info);
+    }
+    return failure ? failure
+                   : pix_save_text(&info->channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB);
 }
 
 // --- The open -------------------------------------------------------------------------------

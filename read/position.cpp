@@ -10,27 +10,25 @@
 #include "host/messages.h"
 #include "read/rows.h"
 
+#include <initializer_list>
 #include <stdlib.h>
 
 void pix_start_table(PixState *state)
 {
-    PixPlane *const planes[] = {&state->plane[PIX_COLOUR], &state->plane[PIX_MATTE]};
-    const PixPlane *main = planes[planes[0]->present ? 0 : 1];
-    if (pix_is_standard_stream(main->file[0].fp)) {
+    const PixKind main = state->plane[PIX_COLOUR].present ? PIX_COLOUR : PIX_MATTE;
+    if (pix_is_standard_stream(state->plane[main].file[0].fp)) {
         return;
     }
-    // The starts of every row and, past the last, of one more per field.
+    // For colour and matte the starts of every row and, past the last, of one more per field.
     const int kept = errno;
     const size_t entries = static_cast<size_t>(state->height) + state->fields;
-    const size_t tables = size_t{planes[0]->present} + size_t{planes[1]->present};
-    state->table = static_cast<long *>(malloc(tables * entries * sizeof(long)));
-    long *next = state->table;
-    for (PixPlane *plane : planes) {
-        if (next && plane->present) {
-            plane->starts = next;
-            next += entries;
-            plane->starts[0] = sizeof(PixHeader);
-            plane->starts[state->fields - 1] = sizeof(PixHeader);
+    state->table = static_cast<long *>(malloc(2 * entries * sizeof(long)));
+    for (const PixKind kind : {PIX_COLOUR, PIX_MATTE}) {
+        if (state->table) {
+            long *starts = state->table + static_cast<size_t>(kind) * entries;
+            starts[0] = sizeof(PixHeader);
+            starts[state->fields - 1] = sizeof(PixHeader);
+            state->plane[kind].starts = starts;
         }
     }
     errno = kept;

@@ -95,25 +95,22 @@ int32_t pix_read_depth_row(FILE *fp, int32_t width, int32_t kind, int32_t *buffe
 
 // --- Rows of an image -----------------------------------------------------------------------
 
-// A depth row is passed over by a seek. One that fails leaves the files at different rows.
-static int pix_skip_depth_row(PixState *state, FILE *fp)
-{
-    const long size = long{state->width} * long{PIX_DEPTH_SAMPLE_SIZE};
-    if (fseek(fp, size, SEEK_CUR) == 0) {
-        return PIX_OK;
-    }
-    state->place = PIX_LOST;
-    return PIX_READ_FAILED;
-}
-
+// Reads a row of one kind, or passes over it. A depth row is passed over by a seek, which, when it
+// fails, leaves the files at different rows.
 static int pix_take_row(PixState *state, PixKind kind, FILE *fp, void *const *rows, long *size)
 {
     if (kind != PIX_DEPTH) {
         return pix_read_packets(fp, {rows, PIX_FACTS[kind].buffers, state->width, 0}, size);
     }
-    return rows ? pix_read_depth_row(fp, state->width, state->depth_kind,
-                                     static_cast<int32_t *>(rows[0]))
-                : pix_skip_depth_row(state, fp);
+    if (rows) {
+        auto *buffer = static_cast<int32_t *>(rows[0]);
+        return pix_read_depth_row(fp, state->width, state->depth_kind, buffer);
+    }
+    if (fseek(fp, long{state->width} * long{PIX_DEPTH_SAMPLE_SIZE}, SEEK_CUR) == 0) {
+        return PIX_OK;
+    }
+    state->place = PIX_LOST;
+    return PIX_READ_FAILED;
 }
 
 int pix_next_row(PixState *state, void *const *rows)

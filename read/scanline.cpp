@@ -28,10 +28,8 @@ int32_t pix_read_scanline(PixState *state, int32_t y, void *out)
     if (row < 0 || row >= state->height) {
         return pix_fail_scanline(y, PIX_BAD_SCANLINE);
     }
-    if (!state->chan) { // the open found no row buffers
-        return pix_fail_scanline(y, PIX_READ_FAILED);
-    }
-    int failure = pix_go_to_row(state, static_cast<uint32_t>(row));
+    // An open that found no row buffers leaves none to read into.
+    int failure = state->chan ? pix_go_to_row(state, static_cast<uint32_t>(row)) : PIX_READ_FAILED;
     if (!failure) {
         failure = pix_next_row(state, state->chan);
     }

@@ -10,48 +10,40 @@
 
 // --- The description ------------------------------------------------------------------------
 
-static void pix_check_channels(const char *format, const ImageInfo *info)
-{
-    if (STR_compare(info->channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB) != 0) {
-        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_CHANNEL_FORMAT, format, info->channel_format);
-    }
-    if (info->channel_type != 1) {
-        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_CHANNEL_TYPE, format);
-    } else if (info->channel_width != 8) {
-        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_CHANNEL_WIDTH, format);
-    }
-}
-
-static void pix_check_matte(const char *format, const ImageInfo *info)
-{
-    if (info->matte_count > 1) {
-        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_MULTIPLE_MATTES, format);
-    } else if (info->matte_count != 0 && info->matte_type != 1) {
-        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_MATTE_TYPE, format);
-    } else if (info->matte_count != 0 && info->matte_width != 8) {
-        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_MATTE_WIDTH, format);
-    }
-}
-
-static void pix_check_depth(const char *format, const ImageInfo *info)
-{
-    if (info->aux_count > 1) {
-        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_MULTIPLE_AUX, format);
-    } else if (info->aux_count != 0 && info->aux_width != 31) {
-        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_AUX_WIDTH, format);
-    }
-}
+// Something that the format cannot store, and the message about it: the arguments are the format's
+// name and, where the text shows it, the name of the channel format.
+struct PixRefusal {
+    bool holds;
+    int number;
+    int severity;
+    const char *text;
+};
 
 // Reports everything that the format cannot store. Returns 0, or PIX_UNSUPPORTED.
 static int pix_check_description(const ImageHandle *handle)
 {
+    const ImageInfo &info = *handle->info;
+    const bool matte = info.matte_count != 0 && info.matte_count <= 1;
+    const bool depth = info.aux_count != 0 && info.aux_count <= 1;
+    const PixRefusal refusals[] = {
+        {handle->image_count != 1, PIX_MSG_MULTIPLE_IMAGES},
+        {STR_compare(info.channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB) != 0,
+         PIX_MSG_CHANNEL_FORMAT},
+        {info.channel_type != 1, PIX_MSG_CHANNEL_TYPE},
+        {info.channel_type == 1 && info.channel_width != 8, PIX_MSG_CHANNEL_WIDTH},
+        {info.matte_count > 1, PIX_MSG_MULTIPLE_MATTES},
+        {matte && info.matte_type != 1, PIX_MSG_MATTE_TYPE},
+        {matte && info.matte_type == 1 && info.matte_width != 8, PIX_MSG_MATTE_WIDTH},
+        {info.aux_count > 1, PIX_MSG_MULTIPLE_AUX},
+        {depth && info.aux_width != 31, PIX_MSG_AUX_WIDTH},
+    };
     vyn__err = PIX_OK;
-    if (handle->image_count != 1) {
-        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_MULTIPLE_IMAGES, handle->format_name);
+    for (const PixRefusal &refusal : refusals) {
+        if (refusal.holds) {
+            PIX_FAIL(PIX_UNSUPPORTED, refusal.number, refusal.severity, refusal.text,
+                     handle->format_name, info.channel_format);
+        }
     }
-    pix_check_channels(handle->format_name, handle->info);
-    pix_check_matte(handle->format_name, handle->info);
-    pix_check_depth(handle->format_name, handle->info);
     return vyn__err;
 }
 
