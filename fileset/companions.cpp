@@ -1,6 +1,6 @@
 // Opening matte and depth beside a main file that is open. A companion is one file, or two fields
 // when the main file is.
-#include "fileset/companions.h"
+#include "fileset/open.h"
 
 #include "fileset/close.h"
 #include "fileset/stream.h"
@@ -8,12 +8,6 @@
 
 #include <initializer_list>
 #include <stdlib.h>
-
-static bool pix_is_wanted(const PixState *state, PixKind kind)
-{
-    return state->channel_choice >= PIX_FACTS[kind].least_choice &&
-           state->channel_choice <= PIX_CHANNELS_RGB_MATTE_Z;
-}
 
 // Opens one field's file of a companion.
 static bool pix_open_companion_field(PixFile *file, const char *name, int companion)
@@ -72,7 +66,8 @@ void pix_open_companions(PixState *state, const PixNames *names, const char *mod
     }
     for (const PixKind kind : {PIX_MATTE, PIX_DEPTH}) {
         int32_t *count = &(info->*PIX_FACTS[kind].count);
-        if (!pix_is_wanted(state, kind)) {
+        if (state->channel_choice < PIX_FACTS[kind].least_choice ||
+            state->channel_choice > PIX_CHANNELS_RGB_MATTE_Z) {
             *count = 0;
         } else if (!writing || *count == 1) {
             *count = pix_open_companion(state, kind, names, mode);

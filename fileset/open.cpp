@@ -3,7 +3,6 @@
 #include "fileset/open.h"
 
 #include "fileset/close.h"
-#include "fileset/companions.h"
 #include "fileset/stream.h"
 #include "host/messages.h"
 

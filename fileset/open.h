@@ -10,3 +10,9 @@
 // opened is left out. Returns 0; or a code, with PIX_CANNOT_OPEN reported, when the main file
 // cannot be opened, named or told from a matte. Whatever was opened until then is in the state.
 [[nodiscard]] int pix_open_file_set(ImageHandle *handle, PixState *state, const char *mode);
+
+// Opens or creates the companions that the channel choice asks for and, when writing, `info`
+// describes, with fopen's `mode`; makes their directories when writing. A companion that cannot be
+// opened is left out, in writing with a warning and PIX_CANNOT_OPEN. Sets the counts in `info` to
+// what is open.
+void pix_open_companions(PixState *state, const PixNames *names, const char *mode, ImageInfo *info);

@@ -52,12 +52,11 @@ constexpr size_t PIX_BUFFERS_A_FILE = 512;
 static size_t pix_buffer_size(FILE *fp, const char *mode)
 {
     struct stat entry;
-    if (mode[0] == 'w' || fstat(fileno(fp), &entry) != 0) {
-        return PIX_LARGE_BUFFER;
-    }
-    const auto file = static_cast<size_t>(entry.st_size);
-    size_t size = file <= PIX_LARGE_BUFFER ? PIX_LARGE_BUFFER : PIX_LEAST_BUFFER;
-    while (size < PIX_LARGE_BUFFER && size * PIX_BUFFERS_A_FILE < file) {
+    const bool whole = mode[0] == 'w' || fstat(fileno(fp), &entry) != 0 ||
+                       entry.st_size <= off_t{PIX_LARGE_BUFFER};
+    size_t size = whole ? PIX_LARGE_BUFFER : PIX_LEAST_BUFFER;
+    while (size < PIX_LARGE_BUFFER &&
+           size * PIX_BUFFERS_A_FILE < static_cast<size_t>(entry.st_size)) {
         size *= 2;
     }
     return size;
@@ -66,10 +65,7 @@ static size_t pix_buffer_size(FILE *fp, const char *mode)
 bool pix_open_file(PixFile *file, const char *name, const char *mode)
 {
     file->fp = fopen(name, mode);
-    if (!file->fp) {
-        return false;
-    }
-    if (__fbufsize(file->fp) == 0) {
+    if (file->fp && __fbufsize(file->fp) == 0) {
         const int kept = errno;
         const size_t size = pix_buffer_size(file->fp, mode);
         file->buffer = static_cast<char *>(malloc(size));
@@ -78,7 +74,7 @@ bool pix_open_file(PixFile *file, const char *name, const char *mode)
         }
         errno = kept;
     }
-    return true;
+    return file->fp != nullptr;
 }
 
 int pix_close_file(PixFile *file)

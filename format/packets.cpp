@@ -154,7 +154,7 @@ PIX_WITH_SHUFFLES static PixStop pix_decode_shuffling(PixSpan *span, PixRow *row
 // by packet.
 static PixStop pix_pass_over(PixSpan *span, PixRow *row)
 {
-    const auto size = static_cast<ptrdiff_t>(pix_packet_size(row->channels));
+    const ptrdiff_t size = 1 + row->channels;
     const bool colour = row->channels == PIX_COLOUR_CHANNELS;
     const __m128i is_count = colour ? _mm_set1_epi32(0xFF) : _mm_set1_epi16(0xFF);
     while (row->done < row->width && span->end - span->at >= size) {

@@ -36,11 +36,6 @@ enum PixStop {
     PIX_STOP_WIDTH // the counts pass the row's width, which a row that is passed over may
 };
 
-[[nodiscard]] inline size_t pix_packet_size(int32_t channels)
-{
-    return 1 + static_cast<size_t>(channels);
-}
-
 // Decodes whole packets from the span's start into the row, from pixel `done` on, and moves both
 // past them. A packet whose count passes the width is taken from the span but not stored. Writes
 // no byte behind the width; the pixels from `done` to there are undefined until the row is

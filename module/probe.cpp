@@ -7,17 +7,6 @@
 
 constexpr size_t PIX_PROBE_SIZE = 12;
 
-static bool pix_read_probe(FILE *fp, uint8_t bytes[PIX_PROBE_SIZE])
-{
-    (void)fseek(fp, 0, SEEK_SET); // a stream that cannot seek is read where it stands
-    for (size_t at = 0; at < PIX_PROBE_SIZE; at += 2) {
-        if (fread(bytes + at, 2, 1, fp) != 1) {
-            return false;
-        }
-    }
-    return true;
-}
-
 static bool pix_has_sgi_extension(const char *name)
 {
     const char *extension = STR_extension(name);
@@ -54,7 +43,11 @@ uint8_t imageIsFile(const char *name, FILE *stream)
         return 0;
     }
     uint8_t bytes[PIX_PROBE_SIZE];
-    const bool whole = pix_read_probe(fp, bytes);
+    bool whole = true;
+    (void)fseek(fp, 0, SEEK_SET); // a stream that cannot seek is read where it stands
+    for (size_t at = 0; whole && at < sizeof bytes; at += 2) {
+        whole = fread(bytes + at, 2, 1, fp) == 1;
+    }
     if (!stream) {
         (void)fclose(fp);
     }

@@ -5,42 +5,31 @@
 #include "host/messages.h"
 #include "module/capabilities.h"
 #include "module/descriptor.h"
-#include "read/position.h"
 #include "read/read.h"
+
+#include <initializer_list>
 
 // --- Headers --------------------------------------------------------------------------------
 
-// Reads a header where the stream stands, which leaves the stream at the first row.
+// Reads the header of a plane, which leaves its streams at their first rows; of a field pair, both
+// headers, joined. False when one is short or too large, or, with a message, when the two do not
+// belong together.
 template <class Header>
-[[nodiscard]] static bool pix_read_header(FILE *fp, Header *header)
-{
-    uint8_t bytes[sizeof(Header)];
-    if (fread(bytes, sizeof bytes, 1, fp) != 1) {
-        return false;
-    }
-    pix_parse_header(bytes, header);
-    return true;
-}
-
-// Reads the header of a plane; of a field pair, both headers, joined. False when one is short or
-// too large, or, with a message, when the two do not belong together.
-template <class Header>
-[[nodiscard]] static bool pix_read_plane_header(const PixState *state, PixKind kind, Header *header)
+[[nodiscard]] static bool pix_read_header(const PixState *state, PixKind kind, Header *header)
 {
     const PixPlane *plane = &state->plane[kind];
-    if (!pix_read_header(plane->file[0].fp, header)) {
-        return false;
+    Header fields[2] = {};
+    for (uint32_t field = 0; field < state->fields; ++field) {
+        uint8_t bytes[sizeof(Header)];
+        if (fread(bytes, sizeof bytes, 1, plane->file[field].fp) != 1) {
+            return false;
+        }
+        pix_parse_header(bytes, &fields[field]);
     }
-    if (state->fields == 2) {
-        const Header even = *header;
-        Header odd = {};
-        if (!pix_read_header(plane->file[1].fp, &odd)) {
-            return false;
-        }
-        if (!pix_join_headers(even, odd, header)) {
-            PIX_REPORT(PIX_MSG_FIELDS_DIFFER, plane->name);
-            return false;
-        }
+    *header = fields[0];
+    if (state->fields == 2 && !pix_join_headers(fields[0], fields[1], header)) {
+        PIX_REPORT(PIX_MSG_FIELDS_DIFFER, plane->name);
+        return false;
     }
     return header->width <= PIX_MAX_SIZE && header->height <= PIX_MAX_SIZE;
 }
@@ -68,7 +57,7 @@ static void pix_drop_companion(PixState *state, PixKind kind, ImageInfo *info)
 static int pix_check_main_header(ImageHandle *handle, PixState *state, PixHeader *header)
 {
     const char *name = pix_shown_name(handle, state);
-    bool good = pix_read_plane_header(state, PIX_COLOUR, header) &&
+    bool good = pix_read_header(state, PIX_COLOUR, header) &&
                 (header->bits == PIX_COLOUR_BITS || header->bits == PIX_MATTE_BITS);
     state->plane[PIX_COLOUR].present = good;
     if (good && header->bits == PIX_MATTE_BITS) {
@@ -88,20 +77,13 @@ static int pix_check_main_header(ImageHandle *handle, PixState *state, PixHeader
     return good ? PIX_OK : PIX_BAD_HEADER;
 }
 
-// Whether a companion is of the image's size.
-template <class Header>
-[[nodiscard]] static bool pix_fits(const Header &header, PixHeader image)
-{
-    return header.width == image.width && header.height == image.height;
-}
-
 static int pix_check_matte_header(ImageHandle *handle, PixState *state, const PixHeader &image)
 {
     PixHeader header = {};
-    if (!pix_read_plane_header(state, PIX_MATTE, &header) || header.bits != PIX_MATTE_BITS) {
+    if (!pix_read_header(state, PIX_MATTE, &header) || header.bits != PIX_MATTE_BITS) {
         return pix_refuse_companion(PIX_LABEL_MATTE, state->plane[PIX_MATTE].name);
     }
-    if (!pix_fits(header, image)) {
+    if (header.width != image.width || header.height != image.height) {
         PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_MATTE_SIZE);
         pix_drop_companion(state, PIX_MATTE, handle->info);
     }
@@ -111,12 +93,12 @@ static int pix_check_matte_header(ImageHandle *handle, PixState *state, const Pi
 static int pix_check_depth_header(ImageHandle *handle, PixState *state, const PixHeader &image)
 {
     PixDepthHeader header = {};
-    if (!pix_read_plane_header(state, PIX_DEPTH, &header)) {
+    if (!pix_read_header(state, PIX_DEPTH, &header)) {
         return pix_refuse_companion(PIX_LABEL_DEPTH, state->plane[PIX_DEPTH].name);
     }
     state->depth_kind = header.magic == PIX_MAGIC_DEPTH_INT ? PIX_DEPTH_INT : PIX_DEPTH_FLOAT;
     const bool known = header.magic == PIX_MAGIC_DEPTH_INT || header.magic == PIX_MAGIC_DEPTH_FLOAT;
-    if (!known || !pix_fits(header, image)) {
+    if (!known || header.width != image.width || header.height != image.height) {
         PIX_FAIL(PIX_CANNOT_OPEN, PIX_MSG_DEPTH_SIZE);
         pix_drop_companion(state, PIX_DEPTH, handle->info);
     }
@@ -151,29 +133,20 @@ static int pix_describe_texts(ImageHandle *handle)
                    : pix_save_text(&handle->compression, pix_label(PIX_LABEL_COMPRESSION));
 }
 
-// Returns the first standard format of the image's size whose name begins with `prefix`, or null.
-static const FormatEntry *pix_find_format(const ImageInfo *info, const char *prefix)
-{
-    const size_t length = strlen(prefix);
-    FMT_init(vyn__msg_cat);
-    while (const FormatEntry *entry = FMT_info()) {
-        if (strncmp(entry->name, prefix, length) == 0 && entry->width == info->width &&
-            entry->height == info->height) {
-            return entry;
-        }
-    }
-    return nullptr;
-}
-
+// Gives the image the label and the aspect of the first standard format of its size: of one whose
+// name begins with the format's, or else with "vorla", or of any.
 static int pix_describe_format(const ImageHandle *handle, ImageInfo *info)
 {
     info->width = info->data_window.x_max + 1;
     info->height = info->data_window.y_max + 1;
-    const char *const prefixes[] = {handle->format_name, "vorla", ""};
-    for (const char *prefix : prefixes) {
-        if (const FormatEntry *entry = pix_find_format(info, prefix)) {
-            info->aspect = entry->aspect;
-            return pix_save_text(&info->format_label, entry->name);
+    for (const char *prefix : {handle->format_name, "vorla", ""}) {
+        FMT_init(vyn__msg_cat);
+        while (const FormatEntry *entry = FMT_info()) {
+            if (strncmp(entry->name, prefix, strlen(prefix)) == 0 && entry->width == info->width &&
+                entry->height == info->height) {
+                info->aspect = entry->aspect;
+                return pix_save_text(&info->format_label, entry->name);
+            }
         }
     }
     info->aspect = static_cast<float>(info->width) / static_cast<float>(info->height);
@@ -203,17 +176,6 @@ static int pix_describe_image(ImageHandle *handle, const PixState *state)
 
 // --- The open -------------------------------------------------------------------------------
 
-static int pix_make_info(ImageHandle *handle)
-{
-    handle->image_count = 1;
-    handle->info = static_cast<ImageInfo *>(pix_allocate(sizeof(ImageInfo)));
-    if (!handle->info) {
-        return PIX_NO_MEMORY;
-    }
-    vyn__init_ifd(handle);
-    return PIX_OK;
-}
-
 int32_t imageReadOpen(ImageHandle *handle)
 {
     PixState *state = pix_attach_state(handle);
@@ -221,9 +183,12 @@ int32_t imageReadOpen(ImageHandle *handle)
         return 0;
     }
     state->channel_choice = pix_choose_channels(handle, PIX_CAP_INPUT_CHANNELS);
-    if (pix_make_info(handle)) {
+    handle->image_count = 1;
+    handle->info = static_cast<ImageInfo *>(pix_allocate(sizeof(ImageInfo)));
+    if (!handle->info) {
         return 0;
     }
+    vyn__init_ifd(handle);
     handle->scanline_proc = pix_read_scanline;
     handle->close_proc = pix_close;
     if (pix_open_file_set(handle, state, "r") || pix_check_headers(handle, state) ||

@@ -4,11 +4,10 @@
 // row that could not be read the files are astray: reading may go on from there, but what it passes
 // is not remembered, until the next seek brings the files back to a row that is known. After a seek
 // that failed the image is lost, and gives no row before such a seek has succeeded.
-#include "read/position.h"
+#include "read/read.h"
 
 #include "fileset/stream.h"
 #include "host/messages.h"
-#include "read/rows.h"
 
 #include <initializer_list>
 #include <stdlib.h>
@@ -34,37 +33,28 @@ void pix_start_table(PixState *state)
     errno = kept;
 }
 
-// Where a row that is known begins in its file. Without a table that is a row of samples, or the
-// first row of a file.
-static long pix_row_start(const PixState *state, PixKind kind, uint32_t row)
+// Where the first row from `row` on begins in a file of one kind and field, when that is known.
+// Without a table it is for rows of samples, and for the first of a file.
+static long pix_row_start(const PixState *state, PixKind kind, uint32_t field, uint32_t row)
 {
     const PixPlane *plane = &state->plane[kind];
-    if (plane->starts) {
-        return plane->starts[row];
-    }
+    row += (row + field) % state->fields;
     const long size = long{state->width} * long{PIX_DEPTH_SAMPLE_SIZE};
-    return PIX_FACTS[kind].header_size + long{row / state->fields} * size;
+    return plane->starts ? plane->starts[row]
+                         : PIX_FACTS[kind].header_size + long{row / state->fields} * size;
 }
 
-// Brings one file to the first of its rows from `to` on. Where all files stand at `row` and are
-// known to be able to seek, a step within the stream's buffer is enough.
-static bool pix_seek_file(const PixState *state, PixKind kind, uint32_t field, uint32_t to)
-{
-    const auto own = [&](uint32_t row) { return row + (row + field) % state->fields; };
-    FILE *fp = state->plane[kind].file[field].fp;
-    const long start = pix_row_start(state, kind, own(to));
-    if (state->table && state->seekable && state->place == PIX_AT_ROW &&
-        pix_consume(fp, start - pix_row_start(state, kind, own(state->row)))) {
-        return true;
-    }
-    return fseek(fp, start, SEEK_SET) == 0;
-}
-
+// Brings every file to the first of its rows from `to` on. Where all files stand at `row` and are
+// known to be able to seek, a step within a stream's buffer is enough.
 static int pix_seek_files(PixState *state, uint32_t to)
 {
+    const bool steps = state->table && state->seekable && state->place == PIX_AT_ROW;
     for (const PixKind kind : PIX_KINDS) {
         for (uint32_t field = 0; state->plane[kind].present && field < state->fields; ++field) {
-            if (!pix_seek_file(state, kind, field, to)) {
+            FILE *fp = state->plane[kind].file[field].fp;
+            const long start = pix_row_start(state, kind, field, to);
+            const long step = start - pix_row_start(state, kind, field, state->row);
+            if (!(steps && pix_consume(fp, step)) && fseek(fp, start, SEEK_SET) != 0) {
                 state->place = PIX_LOST;
                 return PIX_READ_FAILED;
             }

@@ -1,6 +1,6 @@
 // Rows from streams: decoded from what lies in a stream's buffer, as far as that shows, and the
 // rest packet by packet.
-#include "read/rows.h"
+#include "read/read.h"
 
 #include "fileset/stream.h"
 #include "host/messages.h"
@@ -35,7 +35,7 @@ static int pix_read_packets(FILE *fp, PixRow row, long *size)
 {
     while (row.done < row.width) {
         uint8_t packet[PIX_MAX_PACKET];
-        const PixSpan lent = pix_lend(fp, packet, pix_packet_size(row.channels));
+        const PixSpan lent = pix_lend(fp, packet, 1 + static_cast<size_t>(row.channels));
         if (!lent.at) {
             return PIX_READ_FAILED;
         }
@@ -79,17 +79,12 @@ static int pix_read_floats(FILE *fp, size_t count, int32_t *buffer)
 
 int32_t pix_read_depth_row(FILE *fp, int32_t width, int32_t kind, int32_t *buffer)
 {
-    const auto count = static_cast<size_t>(width);
-    switch (kind) {
-    case PIX_DEPTH_INT:
-        vyn__err = pix_read_integers(fp, count, buffer);
-        break;
-    case PIX_DEPTH_FLOAT:
-        vyn__err = pix_read_floats(fp, count, buffer);
-        break;
-    default:
+    if (kind != PIX_DEPTH_INT && kind != PIX_DEPTH_FLOAT) {
         abort();
     }
+    const auto count = static_cast<size_t>(width);
+    vyn__err = kind == PIX_DEPTH_INT ? pix_read_integers(fp, count, buffer)
+                                     : pix_read_floats(fp, count, buffer);
     return vyn__err;
 }
 

@@ -1,16 +1,10 @@
 // Delivering scanlines: finds the row that is asked for and reads it into the host's buffers. File
 // row r is scanline height - 1 - r.
 #include "host/messages.h"
-#include "read/position.h"
 #include "read/read.h"
-#include "read/rows.h"
 
 static int32_t pix_fail_scanline(int32_t y, int failure)
 {
-    if (failure == PIX_BAD_SCANLINE) {
-        PIX_FAIL(PIX_BAD_SCANLINE, PIX_MSG_BAD_SCANLINE, y);
-        return PIX_BAD_SCANLINE;
-    }
     if (failure == PIX_UNDECODABLE) {
         PIX_FAIL(PIX_UNDECODABLE, PIX_MSG_CANNOT_DECODE, y);
     }
@@ -26,7 +20,8 @@ int32_t pix_read_scanline(PixState *state, int32_t y, void *out)
     }
     const int64_t row = int64_t{state->height} - 1 - y;
     if (row < 0 || row >= state->height) {
-        return pix_fail_scanline(y, PIX_BAD_SCANLINE);
+        PIX_FAIL(PIX_BAD_SCANLINE, PIX_MSG_BAD_SCANLINE, y);
+        return PIX_BAD_SCANLINE;
     }
     // An open that found no row buffers leaves none to read into.
     int failure = state->chan ? pix_go_to_row(state, static_cast<uint32_t>(row)) : PIX_READ_FAILED;

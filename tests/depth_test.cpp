@@ -1,6 +1,6 @@
 // Depth samples, from a stream.
 #include "host/messages.h"
-#include "read/rows.h"
+#include "read/read.h"
 
 #include <gtest/gtest.h>
 

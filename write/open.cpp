@@ -97,20 +97,15 @@ static int pix_write_headers(const PixState *state, int64_t width, int64_t heigh
     return written ? PIX_OK : PIX_WRITE_FAILED;
 }
 
-// A state's size: windows of more than 31 bits exist, images do not.
-static int32_t pix_clamp(int64_t extent)
-{
-    return static_cast<int32_t>(std::clamp<int64_t>(extent, 0, INT32_MAX));
-}
-
-// Sets the state up for the first row and writes the headers, the low 16 bits of each size.
+// Sets the state up for the first row and writes the headers, the low 16 bits of each size. Windows
+// of more than 31 bits exist, images do not.
 static int pix_start_files(const ImageHandle *handle, PixState *state)
 {
     const ImageWindow &window = handle->info->data_window;
     const int64_t width = int64_t{window.x_max} - window.x_min + 1;
     const int64_t height = int64_t{window.y_max} - window.y_min + 1;
-    state->width = pix_clamp(width);
-    state->height = pix_clamp(height);
+    state->width = static_cast<int32_t>(std::clamp<int64_t>(width, 0, INT32_MAX));
+    state->height = static_cast<int32_t>(std::clamp<int64_t>(height, 0, INT32_MAX));
     state->mode = 'w';
     state->depth_kind = PIX_DEPTH_INT;
     pix_assign_kinds(state, handle->info);
