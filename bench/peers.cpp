@@ -1,5 +1,5 @@
 // The same pictures in other formats, with the libraries of those formats.
-#include "bench/pictures.h"
+#include "bench/bench.h"
 
 #include <png.h>
 #include <stdlib.h>
@@ -47,20 +47,19 @@ void read_png(const std::string &path, Bytes *row)
 void write_tiff(const std::string &path, const Picture &picture)
 {
     TIFF *tiff = TIFFOpen(path.c_str(), "w");
-    const int planes = static_cast<int>(picture.planes.size());
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, WIDTH);
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, HEIGHT);
     TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 8);
-    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, planes);
-    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, planes == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK);
+    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 3);
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_SEPARATE);
     TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_PACKBITS);
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, 1);
+    void *rows[3];
     for (int32_t row = 0; row < HEIGHT; ++row) {
-        const std::vector<void *> rows = row_pointers(picture, row);
-        for (size_t plane = 0; plane < rows.size(); ++plane) {
-            if (TIFFWriteScanline(tiff, rows[plane], static_cast<uint32_t>(row),
-                                  static_cast<uint16_t>(plane)) < 0) {
+        point_at_row(picture, row, rows);
+        for (uint16_t plane = 0; plane < 3; ++plane) {
+            if (TIFFWriteScanline(tiff, rows[plane], static_cast<uint32_t>(row), plane) < 0) {
                 abort();
             }
         }
@@ -68,13 +67,11 @@ void write_tiff(const std::string &path, const Picture &picture)
     TIFFClose(tiff);
 }
 
-void read_tiff(const std::string &path, void *const *rows)
+void read_tiff(const std::string &path, const std::vector<void *> &rows)
 {
     TIFF *tiff = TIFFOpen(path.c_str(), "r");
-    uint16_t planes = 0;
-    TIFFGetField(tiff, TIFFTAG_SAMPLESPERPIXEL, &planes);
     for (uint32_t row = 0; row < HEIGHT; ++row) {
-        for (uint16_t plane = 0; plane < planes; ++plane) {
+        for (uint16_t plane = 0; plane < 3; ++plane) {
             if (TIFFReadScanline(tiff, rows[plane], row, plane) < 0) {
                 abort();
             }
