@@ -125,9 +125,14 @@ void add_peers(Subject &subject)
 
 void add_picture(const std::string &name)
 {
+    Picture picture = make_picture(name);
+    if (picture.planes.empty()) {
+        printf("\"%s\" is left out: %s is missing\n", name.c_str(), PHOTOGRAPH);
+        return;
+    }
     Subject &subject = subjects[name];
     subject.name = name;
-    subject.picture = make_picture(name);
+    subject.picture = std::move(picture);
     subject.path = directory + "/r/" + name;
     subject.pix = subject.path + ".pix";
     encode_picture(subject.picture, [&](const uint8_t *bytes, size_t size) {

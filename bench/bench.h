@@ -23,10 +23,15 @@ struct Picture {
 };
 
 // "flat": one colour. "short": runs of 1 to 16 pixels. "render": three in ten runs are 40 to 340
-// pixels long, the others 1 to 3. "noise": no two neighbours are equal. "matte": a matte with the
-// runs of "render".
-constexpr const char *PICTURES[] = {"flat", "short", "render", "noise", "matte"};
+// pixels long, the others 1 to 3. "photo": runs as they were counted in photographs and gradients.
+// "real": a photograph. "noise": no two neighbours are equal. "matte": a matte with the runs of
+// "render".
+constexpr const char *PICTURES[] = {"flat", "short", "render", "photo", "real", "noise", "matte"};
 
+// Where the package lomiri-wallpapers-16.04 puts the photograph.
+constexpr char PHOTOGRAPH[] = "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
+
+// Without planes when the photograph is not there.
 Picture make_picture(const std::string &name);
 
 // Leaves pointers to one row of every plane in `rows`.
