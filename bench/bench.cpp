@@ -1,6 +1,6 @@
 // Times the built module, driven as a host drives it, beside its limits and its peers, in one run,
 // and prints tables of ratios: times differ from machine to machine and from minute to minute,
-// ratios far less. `bench MODULE.so DIRECTORY`. Fails when a target is missed.
+// ratios far less. `bench MODULE.so DIRECTORY [MODULE-BEFORE.so]`. Fails when a target is missed.
 #include "bench/bench.h"
 #include "format/header.h"
 
@@ -18,6 +18,7 @@
 namespace {
 
 StandinModule now;
+StandinModule before; // nothing is loaded when there is no module to compare with
 std::string directory;
 
 struct NamedOrder {
@@ -76,19 +77,19 @@ struct Subject {
 std::map<std::string, Subject> subjects; // by their names, for as long as the benchmark runs
 
 // Writes and reads the picture, before that is timed, and says whether all that comes out is right.
-void add_module(const Subject &subject)
+void add_module(const Subject &subject, const StandinModule &by, const std::string &suffix)
 {
-    write_pix(now, subject.pix, subject.picture, nullptr);
+    write_pix(by, subject.pix, subject.picture, nullptr);
     if (read_packets(subject.pix) != subject.packets) {
         fail(subject.pix, "the packets differ from the codec's");
     }
     for (const NamedOrder &order : orders()) {
-        read_pix(now, subject.pix, order.scanlines, &subject.picture);
-        add(subject.name + "/read " + order.name,
-            [&, order] { read_pix(now, subject.pix, order.scanlines, nullptr); });
+        read_pix(by, subject.pix, order.scanlines, &subject.picture);
+        add(subject.name + "/read " + order.name + suffix,
+            [&, order] { read_pix(by, subject.pix, order.scanlines, nullptr); });
     }
-    add(subject.name + "/write",
-        [&] { write_pix(now, subject.path + ".out", subject.picture, nullptr); });
+    add(subject.name + "/write" + suffix,
+        [&] { write_pix(by, subject.path + ".out", subject.picture, nullptr); });
 }
 
 void add_limits(Subject &subject)
@@ -142,7 +143,10 @@ void add_picture(const std::string &name)
     for (Bytes &buffer : subject.buffers) {
         subject.rows.push_back(buffer.data());
     }
-    add_module(subject);
+    if (before.library) {
+        add_module(subject, before, " before");
+    }
+    add_module(subject, now, "");
     add_limits(subject);
     if (subject.rows.size() == 3) {
         add_peers(subject);
@@ -217,12 +221,15 @@ class Medians : public benchmark::BenchmarkReporter {
 int main(int argc, char **argv)
 {
     benchmark::Initialize(&argc, argv);
-    if (argc != 3) {
-        fprintf(stderr, "usage: bench MODULE.so DIRECTORY\n");
+    if (argc != 3 && argc != 4) {
+        fprintf(stderr, "usage: bench MODULE.so DIRECTORY [MODULE-BEFORE.so]\n");
         return 2;
     }
     directory = argv[2];
     load(argv[1], &now);
+    if (argc == 4) {
+        load(argv[3], &before);
+    }
     for (const char *name : PICTURES) {
         add_picture(name);
     }

@@ -85,7 +85,8 @@ void read_tiff(const std::string &path, const std::vector<void *> &rows);
 
 // --- Tables ---------------------------------------------------------------------------------
 
-// Milliseconds that each work takes, by its name: "PICTURE/WORK".
+// Milliseconds that each work takes, by its name: "PICTURE/WORK", behind which " before" stands for
+// the module that the built one is compared with.
 using Times = std::map<std::string, double>;
 
 // Leaves out what was not timed. False when a target is missed.

@@ -130,6 +130,12 @@ bool print_tables(const Times &times)
                  [&](const std::string &picture, const std::string &work) {
                      return WIDTH * HEIGHT / 1e6 / time_of(times, picture, work);
                  });
+    print_values("the time of the module before, as a multiple of the time now",
+                 {"read file", "read reverse", "read scattered", "write"},
+                 [&](const std::string &picture, const std::string &work) {
+                     return time_of(times, picture, work + " before") /
+                            time_of(times, picture, work);
+                 });
     print_markdown(times);
     return all_met;
 }
