@@ -85,6 +85,9 @@ void add_module(const Subject &subject, const StandinModule &by, const std::stri
     }
     for (const NamedOrder &order : orders()) {
         read_pix(by, subject.pix, order.scanlines, &subject.picture);
+        if (subject.name == "matte" && order.name != std::string("file")) {
+            continue; // its rows take less time than a seek
+        }
         add(subject.name + "/read " + order.name + suffix,
             [&, order] { read_pix(by, subject.pix, order.scanlines, nullptr); });
     }

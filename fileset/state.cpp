@@ -6,9 +6,7 @@
 void *pix_allocate(size_t size)
 {
     void *block = ERR_malloc(size);
-    if (!block) {
-        vyn__err = PIX_NO_MEMORY;
-    }
+    vyn__err = block ? vyn__err : PIX_NO_MEMORY;
     return block;
 }
 

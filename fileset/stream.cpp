@@ -20,12 +20,10 @@ PixSpan pix_look(FILE *fp)
 
 bool pix_consume(FILE *fp, long bytes)
 {
-    if (bytes < fp->_IO_read_base - fp->_IO_read_ptr ||
-        bytes > fp->_IO_read_end - fp->_IO_read_ptr) {
-        return false;
-    }
-    fp->_IO_read_ptr += bytes;
-    return true;
+    const bool inside = bytes >= fp->_IO_read_base - fp->_IO_read_ptr &&
+                        bytes <= fp->_IO_read_end - fp->_IO_read_ptr;
+    fp->_IO_read_ptr += inside ? bytes : 0;
+    return inside;
 }
 
 #else
@@ -44,10 +42,10 @@ bool pix_consume(FILE *, long)
 
 // Bytes of a stream's buffer. System calls may be dear, so writing gets a large one, and so does a
 // file that fits into it whole. Rows of a longer one that are read out of order fill a whole buffer
-// each, or two where they lie across its edge: a part of the file serves both, some three rows.
-constexpr size_t PIX_LEAST_BUFFER = 8192;
+// each, or two where they lie across its edge: a thousandth of the file serves both.
+constexpr size_t PIX_LEAST_BUFFER = 4096;
 constexpr size_t PIX_LARGE_BUFFER = 65536;
-constexpr size_t PIX_BUFFERS_A_FILE = 512;
+constexpr size_t PIX_BUFFERS_A_FILE = 1024;
 
 static size_t pix_buffer_size(FILE *fp, const char *mode)
 {

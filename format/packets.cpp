@@ -109,19 +109,20 @@ PIX_WITH_SHUFFLES static inline void pix_decode_groups(PixSpan *span, PixColourC
     while (span->end - span->at >= PIX_BLOCK && to->width - to->done >= PIX_BLOCK) {
         const __m128i packets = pix_load(span->at);
         const __m128i counts = _mm_shuffle_epi8(packets, _mm_set1_epi32(0x0C080400));
-        const uint32_t above = static_cast<uint32_t>(_mm_cvtsi128_si32(counts)) - 0x01010101;
+        const __m128i less_one = _mm_sub_epi8(counts, pix_repeat(1));
+        const auto above = static_cast<uint32_t>(_mm_cvtsi128_si32(less_one));
         if ((above & 0xFCFCFCFC) != 0) {
             return; // a count is 0 or above 4
         }
         // The two bits of each count, side by side, the first packet's lowest.
-        const uint32_t index = (above * 0x01041040) >> 24;
+        const uint64_t index = (uint64_t{above} * 0x01041040 >> 24) & 0xFF;
         const __m128i red = pix_load(PIX_SPREADS.from[index]);
         const __m128i green = _mm_sub_epi8(red, pix_repeat(1));
         const __m128i blue = _mm_sub_epi8(red, pix_repeat(2));
         pix_store(to->channel[0] + to->done, _mm_shuffle_epi8(packets, red));
         pix_store(to->channel[1] + to->done, _mm_shuffle_epi8(packets, green));
         pix_store(to->channel[2] + to->done, _mm_shuffle_epi8(packets, blue));
-        to->done += PIX_GROUP + static_cast<int32_t>((above * 0x01010101) >> 24);
+        to->done += PIX_GROUP + static_cast<int32_t>((uint64_t{above} * 0x01010101 >> 24) & 0xFF);
         span->at += PIX_BLOCK;
     }
 }
@@ -150,23 +151,25 @@ PIX_WITH_SHUFFLES static PixStop pix_decode_shuffling(PixSpan *span, PixRow *row
     return pix_decode_row<PIX_COLOUR_CHANNELS, true>(span, row);
 }
 
-// Passes over a row: 16 bytes of packets at a time while the row goes on behind them, then packet
-// by packet.
+// Passes over a row: packets of four blocks at a time while the row goes on behind them, then
+// packet by packet.
 static PixStop pix_pass_over(PixSpan *span, PixRow *row)
 {
+    constexpr ptrdiff_t stretch = ptrdiff_t{4} * PIX_BLOCK;
     const ptrdiff_t size = 1 + row->channels;
     const bool colour = row->channels == PIX_COLOUR_CHANNELS;
     const __m128i is_count = colour ? _mm_set1_epi32(0xFF) : _mm_set1_epi16(0xFF);
     while (row->done < row->width && span->end - span->at >= size) {
-        int32_t sum = INT32_MAX;
-        if (span->end - span->at >= PIX_BLOCK) {
-            const __m128i counts = _mm_and_si128(pix_load(span->at), is_count);
-            const __m128i sums = _mm_sad_epu8(counts, _mm_setzero_si128());
-            sum = _mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4);
+        __m128i sums = _mm_setzero_si128();
+        const bool fits = span->end - span->at >= stretch;
+        for (int block = 0; fits && block < 4; ++block) {
+            const __m128i counts = _mm_and_si128(pix_load(span->at + block * PIX_BLOCK), is_count);
+            sums = _mm_add_epi64(sums, _mm_sad_epu8(counts, _mm_setzero_si128()));
         }
-        const bool whole = sum < row->width - row->done;
+        const int32_t sum = _mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4);
+        const bool whole = fits && sum < row->width - row->done;
         row->done += whole ? sum : *span->at;
-        span->at += whole ? PIX_BLOCK : size;
+        span->at += whole ? stretch : size;
     }
     return row->done < row->width ? PIX_STOP_SPAN : PIX_STOP_ROW;
 }
@@ -298,13 +301,14 @@ PIX_INLINE size_t pix_encode_row(PixRow *row, uint8_t *bytes, size_t room)
     for (; from.width - at > PIX_BLOCK && out <= full; at += PIX_BLOCK) {
         const __m128i go_on = pix_go_on(&from, at);
         const uint32_t ends = static_cast<uint32_t>(_mm_movemask_epi8(go_on)) ^ 0xFFFFU;
-        if constexpr (Shuffle) {
+        if (ends == 0) [[likely]] {
+            if (at + PIX_BLOCK - from.done >= PIX_MAX_RUN) {
+                out = pix_put_run(&from, PIX_MAX_RUN, out);
+            }
+        } else if constexpr (Shuffle) {
             out = pix_put_block(&from, at, go_on, ends, out);
         } else {
             out = pix_put_ends(&from, at, ends, out);
-        }
-        if (at + PIX_BLOCK - from.done >= PIX_MAX_RUN) {
-            out = pix_put_run(&from, PIX_MAX_RUN, out);
         }
     }
     for (; from.width - at <= PIX_BLOCK && at < from.width && out <= full; ++at) {

@@ -39,9 +39,7 @@ void imageCapability(const CapabilityEntry **table, int32_t *input_count, int32_
                      int32_t *entry_count)
 {
     *table = PIX_CAPABILITIES;
-    *input_count = 0;
-    *output_count = 0;
-    *entry_count = 0;
+    *input_count = *output_count = *entry_count = 0;
     for (const CapabilityEntry *entry = PIX_CAPABILITIES; entry->label_set != 0; ++entry) {
         *entry_count += 1;
         *input_count += (entry->flags & PIX_READS) != 0;

@@ -71,15 +71,9 @@ int pix_go_to_row(PixState *state, uint32_t row)
     const uint32_t known = row < state->known_rows ? row : state->known_rows;
     const bool must = row < state->row || state->place == PIX_LOST;
     const bool saves = known > state->row && state->place == PIX_AT_ROW;
-    if (must || saves) {
-        if (const int failure = pix_seek_files(state, known)) {
-            return failure;
-        }
+    int failure = must || saves ? pix_seek_files(state, known) : PIX_OK;
+    while (!failure && state->row < row) {
+        failure = pix_next_row(state, nullptr);
     }
-    while (state->row < row) {
-        if (const int failure = pix_next_row(state, nullptr)) {
-            return failure;
-        }
-    }
-    return PIX_OK;
+    return failure;
 }

@@ -20,14 +20,6 @@ static PixSpan pix_lend(FILE *fp, uint8_t *item, size_t size)
     return fread(item, size, 1, fp) == 1 ? PixSpan{item, item + size} : PixSpan{};
 }
 
-// Moves the stream past the bytes of `lent` that stand before `at`.
-static void pix_settle(FILE *fp, const uint8_t *item, PixSpan lent, const uint8_t *at)
-{
-    if (lent.at != item) {
-        (void)pix_consume(fp, at - lent.at);
-    }
-}
-
 // --- Rows of one file -----------------------------------------------------------------------
 
 // Adds the bytes of the row to `size`.
@@ -41,21 +33,14 @@ static int pix_read_packets(FILE *fp, PixRow row, long *size)
         }
         PixSpan span = lent;
         const PixStop stop = pix_decode(&span, &row, pix_can_shuffle);
-        pix_settle(fp, packet, lent, span.at);
+        if (lent.at != packet) {
+            pix_consume(fp, span.at - lent.at);
+        }
         *size += span.at - lent.at;
         if (stop == PIX_STOP_WIDTH) {
             return PIX_UNDECODABLE;
         }
     }
-    return PIX_OK;
-}
-
-static int pix_read_integers(FILE *fp, size_t count, int32_t *buffer)
-{
-    if (fread(buffer, PIX_DEPTH_SAMPLE_SIZE, count, fp) != count) {
-        return PIX_READ_FAILED;
-    }
-    pix_swap_samples(buffer, count);
     return PIX_OK;
 }
 
@@ -70,7 +55,9 @@ static int pix_read_floats(FILE *fp, size_t count, int32_t *buffer)
         const size_t there = static_cast<size_t>(lent.end - lent.at) / sizeof sample;
         const size_t some = there < count ? there : count;
         pix_convert_floats(lent.at, some, buffer);
-        pix_settle(fp, sample, lent, lent.at + some * sizeof sample);
+        if (lent.at != sample) {
+            pix_consume(fp, static_cast<long>(some * sizeof sample));
+        }
         buffer += some;
         count -= some;
     }
@@ -83,8 +70,14 @@ int32_t pix_read_depth_row(FILE *fp, int32_t width, int32_t kind, int32_t *buffe
         abort();
     }
     const auto count = static_cast<size_t>(width);
-    vyn__err = kind == PIX_DEPTH_INT ? pix_read_integers(fp, count, buffer)
-                                     : pix_read_floats(fp, count, buffer);
+    if (kind == PIX_DEPTH_FLOAT) {
+        vyn__err = pix_read_floats(fp, count, buffer);
+    } else if (fread(buffer, PIX_DEPTH_SAMPLE_SIZE, count, fp) == count) {
+        pix_swap_samples(buffer, count);
+        vyn__err = PIX_OK;
+    } else {
+        vyn__err = PIX_READ_FAILED;
+    }
     return vyn__err;
 }
 
