@@ -88,12 +88,12 @@ const char *pix_companion_path(const char *path, const char *mode, int kind)
         errno = ENAMETOOLONG;
         return nullptr;
     }
-    memcpy(companion, parent, parent_length);
-    strcpy(companion + parent_length, label);
+    (void)snprintf(companion, sizeof companion, "%.*s%s", static_cast<int>(parent_length), parent,
+                   label);
     if (STR_compare(mode, "w") == 0 && !pix_have_directory(companion)) {
         return nullptr;
     }
     companion[directory_length] = '/';
-    strcpy(companion + directory_length + 1, file);
+    memcpy(companion + directory_length + 1, file, strlen(file) + 1);
     return companion;
 }

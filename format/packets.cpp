@@ -162,8 +162,8 @@ static PixStop pix_pass_over(PixSpan *span, PixRow *row)
     while (row->done < row->width && span->end - span->at >= size) {
         __m128i sums = _mm_setzero_si128();
         const bool fits = span->end - span->at >= stretch;
-        for (int block = 0; fits && block < 4; ++block) {
-            const __m128i counts = _mm_and_si128(pix_load(span->at + block * PIX_BLOCK), is_count);
+        for (ptrdiff_t at = 0; fits && at < stretch; at += PIX_BLOCK) {
+            const __m128i counts = _mm_and_si128(pix_load(span->at + at), is_count);
             sums = _mm_add_epi64(sums, _mm_sad_epu8(counts, _mm_setzero_si128()));
         }
         const int32_t sum = _mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4);

@@ -36,7 +36,7 @@ TEST_F(FaceTest, NamesReachTheModulesOwnVariables)
     standin_unload(&module);
     void *decoy = dlopen(DECOY_PATH, RTLD_NOW | RTLD_GLOBAL);
     ASSERT_NE(decoy, nullptr) << dlerror();
-    ASSERT_EQ(standin_load(MODULE_PATH, &module), nullptr);
+    ASSERT_EQ(standin_load(module_path, &module), nullptr);
     EXPECT_STREQ(*static_cast<char **>(dlsym(decoy, "imageName")), "decoy");
     EXPECT_STREQ(*static_cast<char **>(standin_symbol(&module, "imageName")), "Vorla");
     make("r/a.pix", colour_header(1, 1) + hex("01000000"));
@@ -51,7 +51,7 @@ TEST_F(FaceTest, InitStopsAtTheFirstNameThatCannotBeMade)
         standin_unload(&module);
         standin_fail(made < 2 ? STANDIN_DEFINE : STANDIN_SAVE, made < 2 ? made + 1 : 1, false);
         // The stand-in would unload a module that failed.
-        void *library = dlopen(MODULE_PATH, RTLD_NOW);
+        void *library = dlopen(module_path, RTLD_NOW);
         const auto init = reinterpret_cast<int32_t (*)()>(dlsym(library, "imageInit"));
         EXPECT_EQ(init(), 0);
         for (int i = 0; i < 3; ++i) {
@@ -59,7 +59,7 @@ TEST_F(FaceTest, InitStopsAtTheFirstNameThatCannotBeMade)
         }
         dlclose(library);
         standin_reset_faults();
-        ASSERT_EQ(standin_load(MODULE_PATH, &module), nullptr);
+        ASSERT_EQ(standin_load(module_path, &module), nullptr);
     }
 }
 

@@ -190,7 +190,7 @@ extern "C" void *malloc(size_t size)
     allocations += active;
     Dl_info caller;
     const bool own = active && dladdr(__builtin_return_address(0), &caller) != 0 &&
-                     strcmp(caller.dli_fname, MODULE_PATH) == 0;
+                     strcmp(caller.dli_fname, module_path) == 0;
     return own && fails(OWN) ? nullptr : __libc_malloc(size);
 }
 #endif

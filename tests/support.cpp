@@ -59,7 +59,7 @@ void ModuleTest::SetUp()
     directory = name;
     fs::create_directory(path("r"));
     standin_set_sink(take, this);
-    const char *failure = standin_load(MODULE_PATH, &module);
+    const char *failure = standin_load(module_path, &module);
     ASSERT_EQ(failure, nullptr) << failure;
     standin_reset_faults();
     vyn__err = 0;

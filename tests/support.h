@@ -7,9 +7,15 @@
 
 #include <gtest/gtest.h>
 
+#include <stdlib.h>
+
 #include <functional>
 #include <string>
 #include <vector>
+
+// The module that is tested: the one that is built, or that of the environment.
+inline const char *const module_path =
+    getenv("VORLA_MODULE") ? getenv("VORLA_MODULE") : MODULE_PATH;
 
 using Bytes = std::vector<uint8_t>;
 

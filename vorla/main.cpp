@@ -237,6 +237,17 @@ void unmark_name(std::string *name)
     }
 }
 
+void unmark_names(Options *options)
+{
+    for (std::string &name : options->files) {
+        unmark_name(&name);
+    }
+    for (std::string *name : {&options->importing.input, &options->importing.output,
+                              &options->exporting.depth_picture, &options->module}) {
+        unmark_name(name);
+    }
+}
+
 ExitCode parse_and_run(int argc, char **argv)
 {
     Options options;
@@ -257,13 +268,7 @@ ExitCode parse_and_run(int argc, char **argv)
         complain_of_usage(app, error.what());
         return EXIT_USAGE;
     }
-    for (std::string &name : options.files) {
-        unmark_name(&name);
-    }
-    for (std::string *name : {&options.importing.input, &options.importing.output,
-                              &options.exporting.depth_picture, &options.module}) {
-        unmark_name(name);
-    }
+    unmark_names(&options);
     options.importing.input =
         options.importing.input == "/dev/stdin" ? "-" : options.importing.input;
     const std::string command = app.get_subcommands().front()->get_name();
