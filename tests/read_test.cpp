@@ -178,6 +178,39 @@ TEST_F(ReadTest, AnyOrderGivesTheSameRows)
     }
 }
 
+// Rows of a large file lie across the edges of the stream's buffers, at every place within a
+// packet.
+TEST_F(ReadTest, RowsAcrossTheEdgesOfBuffers)
+{
+    constexpr int32_t width = 1001;
+    constexpr int32_t height = 1100;
+    std::minstd_rand random(1);
+    const auto color_of = [](int32_t y, int32_t x) { return static_cast<uint8_t>(y * 7 + x * x); };
+    ImageHandle *writing = writer("large.pix", width, height, 3, 1);
+    ASSERT_EQ(module.write_open(writing), 1);
+    std::vector<uint8_t> row(width);
+    void *buffers[] = {row.data(), row.data(), row.data(), row.data()};
+    for (int32_t y = height - 1; y >= 0; --y) {
+        for (int32_t x = 0; x < width; ++x) {
+            row[static_cast<size_t>(x)] = color_of(y, x);
+        }
+        ASSERT_EQ(writing->scanline_proc(writing->priv->state, y, buffers), 0);
+    }
+    ASSERT_EQ(writing->close_proc(writing), 0);
+    with_image("large.pix", [&](ImageHandle *handle) {
+        for (int32_t request = 0; request < 3 * height; ++request) {
+            const int32_t scattered = static_cast<int32_t>(random() % height);
+            const int32_t orders[] = {height - 1 - request, request - height, scattered};
+            const int32_t y = orders[request / height];
+            void **rows = nullptr;
+            ASSERT_EQ(handle->scanline_proc(handle->priv->state, y, &rows), 0);
+            for (int32_t x = 0; x < width; ++x) {
+                ASSERT_EQ(static_cast<uint8_t *>(rows[request % 4])[x], color_of(y, x)) << y;
+            }
+        }
+    });
+}
+
 // What others do with standard input between two rows is undone by going back.
 TEST_F(ReadTest, StandardInputThatOthersMove)
 {
