@@ -12,7 +12,7 @@ void pix_close_plane(PixPlane *plane, const char *name)
 {
     const int kept = errno;
     for (PixFile &file : plane->file) {
-        if (pix_close_file(&file) != 0 && name) {
+        if (!pix_close_file(&file) && name) {
             PIX_FAIL(PIX_WRITE_FAILED, PIX_MSG_CANNOT_WRITE_FILE, name, strerror(errno));
         }
     }
@@ -64,7 +64,7 @@ int32_t pix_close(ImageHandle *handle)
         if (state->mode == 'r') {
             vyn__chan_free(state->chan);
         }
-        pix_close_set(state, handle->file_name);
+        pix_close_set(state, handle->file_name ? handle->file_name : "");
     }
     vyn__free_obj(handle);
     return vyn__err;

@@ -70,7 +70,7 @@ void pix_open_companions(PixState *state, const PixNames *names, const char *mod
             state->channel_choice > PIX_CHANNELS_RGB_MATTE_Z) {
             *count = 0;
         } else if (!writing || *count == 1) {
-            *count = pix_open_companion(state, kind, names, mode);
+            *count = pix_open_companion(state, kind, names, mode) ? 1 : 0;
             if (writing && *count == 0) {
                 pix_warn_of_missing(kind, names->base);
             }

@@ -64,12 +64,15 @@ static bool pix_have_directory(const char *path)
     return stat(path, &entry) == 0 || mkdir(path, 0777) == 0;
 }
 
-// Bytes of the path up to the second last '/', and with it; or none.
+// Bytes of the path before the name of the file's directory: up to the second last '/', and with
+// it. A file at the root, whose only '/' comes first, has its companions in directories at the
+// root.
 static size_t pix_parent_length(const char *path, const char *last)
 {
-    const auto length = static_cast<size_t>(last - path);
-    const auto *above = static_cast<const char *>(memrchr(path, '/', length));
-    return above ? static_cast<size_t>(above - path) + 1 : length == 0;
+    const char *above =
+        static_cast<const char *>(memrchr(path, '/', static_cast<size_t>(last - path)));
+    const char *end = last == path ? last : above;
+    return end ? static_cast<size_t>(end - path) + 1 : 0;
 }
 
 const char *pix_companion_path(const char *path, const char *mode, int kind)

@@ -41,15 +41,14 @@ static bool pix_open_field(PixMainOpen *open, int field, const char *name)
 // --- The search -----------------------------------------------------------------------------
 
 // Asks the host for the path of `name` under the search list, which may be null, and puts it in the
-// name's place. A path that does not fit leaves the name empty, with errno. Returns the size of the
-// path, or 0 when the host has none.
+// name's place. A path that does not fit leaves the name empty. Returns the size of the path, or 0
+// when the host has none.
 static size_t pix_resolve(const PixMainOpen *open, const char *list, char *name)
 {
     const char *path = open->exact ? name : vyn__build_handle(list, name, "");
     const size_t size = path ? strlen(path) + 1 : 0;
     if (size > PIX_NAME_SIZE) {
         name[0] = '\0';
-        errno = ENAMETOOLONG;
     } else if (path) {
         memmove(name, path, size); // it may be the name itself
     }
@@ -59,6 +58,7 @@ static size_t pix_resolve(const PixMainOpen *open, const char *list, char *name)
 static bool pix_resolve_base(const PixMainOpen *open, const char *list, PixNames *names)
 {
     const size_t size = pix_resolve(open, list, names->base);
+    errno = size > PIX_NAME_SIZE ? ENAMETOOLONG : errno;
     return size > 0 && size <= PIX_NAME_SIZE;
 }
 
@@ -147,18 +147,21 @@ static int pix_open_main(PixMainOpen *open)
     if (!pix_search(open)) {
         return PIX_CANNOT_OPEN;
     }
-    if (!open->exact && pix_save_text(&open->plane->name, open->names.base)) {
-        pix_give_up(open, open->names.base); // without a name nobody else could remove it
-        return PIX_NO_MEMORY;
+    if (open->exact || pix_save_text(&open->plane->name, open->names.base) == PIX_OK) {
+        return PIX_OK;
     }
-    return PIX_OK;
+    if (open->writing) { // without a name in the state nobody else could remove the file
+        pix_discard_file(&open->plane->file[0], open->names.base);
+    }
+    return PIX_NO_MEMORY;
 }
 
 // --- The set --------------------------------------------------------------------------------
 
 // Reads the `bits` word of the main file and returns the stream to the start of the file. Returns
 // 0; or PIX_READ_FAILED, with errno and a report, when the stream cannot be positioned or read. The
-// header is read whole, for the C library keeps what it has read from the start of a file.
+// header is read whole, from its start: behind a seek into the middle of the buffer the C library
+// would read the whole buffer again.
 static int pix_read_bits(const PixMainOpen *open, uint16_t *bits)
 {
     FILE *fp = open->plane->file[0].fp;

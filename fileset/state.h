@@ -24,7 +24,7 @@ struct PixKindFacts {
     long header_size;          // bytes before the first row
     int32_t ImageInfo::*count; // where a description counts its channels
     int companion;             // of fileset/names; of the colour file none
-    int32_t least_choice;      // the first channel choice that asks for it; all above do, too
+    int32_t least_choice;      // the first channel choice that asks for it; all up to the last do
 };
 constexpr PixKindFacts PIX_FACTS[] = {
     {PIX_COLOUR_CHANNELS, sizeof(PixHeader), &ImageInfo::channel_count, -1, PIX_CHANNELS_RGB},

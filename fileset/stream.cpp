@@ -75,16 +75,16 @@ bool pix_open_file(PixFile *file, const char *name, const char *mode)
     return file->fp != nullptr;
 }
 
-int pix_close_file(PixFile *file)
+bool pix_close_file(PixFile *file)
 {
     const PixFile closed = *file;
     *file = {};
     const bool open = closed.fp && !pix_is_standard_stream(closed.fp);
-    const int result = open && fclose(closed.fp) != 0 ? PIX_WRITE_FAILED : PIX_OK;
+    const bool well = !open || fclose(closed.fp) == 0;
     const int reason = errno;
     free(closed.buffer);
     errno = reason;
-    return result;
+    return well;
 }
 
 bool pix_is_standard_stream(const FILE *fp)

@@ -9,8 +9,8 @@
 [[nodiscard]] bool pix_open_file(PixFile *file, const char *name, const char *mode);
 
 // Closes the stream, unless it is a standard stream, and releases its buffer. A file that is not
-// open is left alone. Returns 0, or PIX_WRITE_FAILED, with errno, when the stream did not close.
-int pix_close_file(PixFile *file);
+// open is left alone. False, with errno, when the stream did not close well.
+bool pix_close_file(PixFile *file);
 
 // True for the process's standard input and output, which the module never closes or removes.
 [[nodiscard]] bool pix_is_standard_stream(const FILE *fp);

@@ -63,8 +63,9 @@ constexpr int PIX_MESSAGE_SET = 902;
         vyn__err = (code);                                                                         \
     } while (0)
 
-// Messages: number, severity (2 warning, 3 error), default text. Macros, so that the compiler
-// checks the arguments against the text.
+// Messages: number, severity (2 warning, 3 error), default text. Macros, so that where a message is
+// issued by its name the compiler
+// checks the arguments against its text.
 // clang-format off
 #define PIX_MSG_CORRUPT_COMPANION  25, 3, "Cannot open %s file `%s'; %s (header is corrupt)"
 #define PIX_MSG_NO_MATTE_FILE      42, 2, "Cannot open mask file %s; %s (vorla images need a special directory for mask files)"

@@ -110,8 +110,9 @@ typedef int32_t (*ScanlineProc)(PixState *state, int32_t y, void *rows);
 // Ends an image, once, however its scanlines went: closes the files, gives the row buffers of an
 // image that was read to vyn__chan_free, and at last the handle to vyn__free_obj. It does so in any
 // case. Result: vyn__err, which is 0 at the start of the close and becomes -20, PIX_WRITE_FAILED,
-// when a file could not be closed and may be incomplete. After a failed open the close just
-// destroys the handle; so it does with a null private block or state. A null handle gives 0 and
+// when a file could not be closed and may be incomplete. After a failed open nothing is left to
+// be closed, and with a null private block or state nothing was ever open: the close sets vyn__err
+// to 0 and destroys the handle. A null handle gives 0 and
 // changes nothing. Standard input and output are neither closed nor flushed.
 typedef int32_t (*CloseProc)(ImageHandle *handle);
 

@@ -5,7 +5,6 @@
 
 constexpr uint32_t PIX_READS = 1;
 constexpr uint32_t PIX_WRITES = 2;
-constexpr uint16_t PIX_CAP_END = 65535;
 
 static const CapabilityChoice PIX_INPUT_ROWS[] = {
     {PIX_CHANNELS_RGB, {}, PIX_LABEL_SET, 368, "RGB only"},
@@ -32,7 +31,7 @@ static constexpr CapabilityEntry pix_entry(uint16_t code, int32_t label, const c
 static const CapabilityEntry PIX_CAPABILITIES[] = {
     pix_entry(PIX_CAP_INPUT_CHANNELS, 367, "Input Channels", &PIX_INPUTS, PIX_READS),
     pix_entry(PIX_CAP_OUTPUT_CHANNELS, 371, "Output Channels", &PIX_OUTPUTS, PIX_WRITES),
-    {PIX_CAP_END, {}, 0, 0, nullptr, {}, nullptr, 0, {}},
+    {65535, {}, 0, 0, nullptr, {}, nullptr, 0, {}},
 };
 
 void imageCapability(const CapabilityEntry **table, int32_t *input_count, int32_t *output_count,

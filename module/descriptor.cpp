@@ -5,20 +5,17 @@
 
 #include "host/messages.h"
 
-// Masks of sample widths: bit (w - 1) stands for samples of w bits.
-constexpr int32_t PIX_BITS_8 = 1 << 7;
-constexpr int32_t PIX_BITS_31 = 1 << 30;
-
 #pragma GCC visibility push(default)
 extern "C" {
 
+// In the masks of sample widths bit (w - 1) stands for samples of w bits.
 extern const int32_t imageAccess = 0x4C; // the host's access flags
 extern const int32_t imageNumberOfChannels = 3;
-extern const int32_t imageBitsPerChannel = PIX_BITS_8;
+extern const int32_t imageBitsPerChannel = 1 << 7;
 extern const int32_t imageNumberOfMattes = 1;
-extern const int32_t imageBitsPerMatte = PIX_BITS_8;
+extern const int32_t imageBitsPerMatte = 1 << 7;
 extern const int32_t imageNumberOfZChannels = 1;
-extern const int32_t imageBitsPerZChannel = PIX_BITS_31;
+extern const int32_t imageBitsPerZChannel = 1 << 30;
 extern const int32_t imageOrientation = PIX_ORIENTATION;
 extern const int32_t imageUsage = PIX_USAGE;
 extern const int32_t imageMultiFrame = 0;

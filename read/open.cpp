@@ -52,8 +52,8 @@ static void pix_drop_companion(PixState *state, PixKind kind, ImageInfo *info)
     info->*PIX_FACTS[kind].count = 0;
 }
 
-// Finds out what the main file holds. Only with colour it can have companions; others are open only
-// if the file has changed since its first look.
+// Finds out what the main file holds. A matte has no companions: they are open only if the file has
+// changed since its first look.
 static int pix_check_main_header(ImageHandle *handle, PixState *state, PixHeader *header)
 {
     const char *name = pix_shown_name(handle, state);

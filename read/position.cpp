@@ -53,8 +53,9 @@ static int pix_seek_files(PixState *state, uint32_t to)
         for (uint32_t field = 0; state->plane[kind].present && field < state->fields; ++field) {
             FILE *fp = state->plane[kind].file[field].fp;
             const long start = pix_row_start(state, kind, field, to);
-            const long step = start - pix_row_start(state, kind, field, state->row);
-            if (!(steps && pix_consume(fp, step)) && fseek(fp, start, SEEK_SET) != 0) {
+            const bool stepped =
+                steps && pix_consume(fp, start - pix_row_start(state, kind, field, state->row));
+            if (!stepped && fseek(fp, start, SEEK_SET) != 0) {
                 state->place = PIX_LOST;
                 return PIX_READ_FAILED;
             }

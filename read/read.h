@@ -25,7 +25,8 @@ void pix_start_table(PixState *state);
 
 // Brings all files to `row`: by seeking to the nearest row before it that is known, where that is
 // needed or saves time, and by passing over the rows from there on, which count as read. Returns 0;
-// or PIX_READ_FAILED, without a change of the count, when the image is lost.
+// or PIX_READ_FAILED: when a seek fails, which leaves the image lost and the count as it was, and
+// when a row cannot be passed over, which leaves the rows before it counted.
 [[nodiscard]] int pix_go_to_row(PixState *state, uint32_t row);
 
 // Reads scanline `y`, in any order, into the host's row buffers and stores their array in the

@@ -14,19 +14,21 @@
 // name and, where the text shows it, the name of the channel format.
 struct PixRefusal {
     bool holds;
-    int number;
-    int severity;
+    int number, severity;
     const char *text;
 };
 
 // Reports everything that the format cannot store. Returns 0, or PIX_UNSUPPORTED.
 static int pix_check_description(const ImageHandle *handle)
 {
+    vyn__err = PIX_OK;
+    if (handle->image_count != 1) {
+        PIX_FAIL(PIX_UNSUPPORTED, PIX_MSG_MULTIPLE_IMAGES, handle->format_name);
+    }
     const ImageInfo &info = *handle->info;
     const bool matte = info.matte_count != 0 && info.matte_count <= 1;
     const bool depth = info.aux_count != 0 && info.aux_count <= 1;
     const PixRefusal refusals[] = {
-        {handle->image_count != 1, PIX_MSG_MULTIPLE_IMAGES},
         {STR_compare(info.channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB) != 0,
          PIX_MSG_CHANNEL_FORMAT},
         {info.channel_type != 1, PIX_MSG_CHANNEL_TYPE},
@@ -37,7 +39,6 @@ static int pix_check_description(const ImageHandle *handle)
         {info.aux_count > 1, PIX_MSG_MULTIPLE_AUX},
         {depth && info.aux_width != 31, PIX_MSG_AUX_WIDTH},
     };
-    vyn__err = PIX_OK;
     for (const PixRefusal &refusal : refusals) {
         if (refusal.holds) {
             PIX_FAIL(PIX_UNSUPPORTED, refusal.number, refusal.severity, refusal.text,
@@ -97,8 +98,8 @@ static int pix_write_headers(const PixState *state, int64_t width, int64_t heigh
     return written ? PIX_OK : PIX_WRITE_FAILED;
 }
 
-// Sets the state up for the first row and writes the headers, the low 16 bits of each size. Windows
-// of more than 31 bits exist, images do not.
+// Sets the state up for the first row and writes the headers, the low 16 bits of each size. The
+// bounds of a window may lie further apart than an int32_t can tell; such a size is clamped.
 static int pix_start_files(const ImageHandle *handle, PixState *state)
 {
     const ImageWindow &window = handle->info->data_window;

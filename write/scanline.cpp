@@ -13,8 +13,8 @@ static int pix_write_packets(FILE *fp, PixRow row)
     while (row.done < row.width) {
         uint8_t block[PIX_PACKET_BLOCK];
         const size_t size = pix_encode(&row, block, sizeof block, pix_can_shuffle);
-        const size_t packet = 1 + static_cast<size_t>(row.channels);
-        const size_t step = pix_is_standard_stream(fp) ? packet : size;
+        const size_t step =
+            pix_is_standard_stream(fp) ? 1 + static_cast<size_t>(row.channels) : size;
         for (size_t at = 0; at < size; at += step) {
             if (fwrite(block + at, step, 1, fp) != 1) {
                 return PIX_WRITE_FAILED;
