@@ -1,8 +1,9 @@
-// What the fuzz targets share: a private directory for an input's files, the bytes of the input,
-// and checks that stop the process, which is how a fuzzer learns of a finding.
+// What the fuzz targets share that make files of their input: a private directory for these, and
+// the images in it.
 #pragma once
 
 #include "fileset/state.h"
+#include "fuzz/input.h"
 #include "standin/standin.h"
 
 #include <stdlib.h>
@@ -13,16 +14,6 @@
 #include <filesystem>
 #include <iterator>
 #include <string>
-
-#define CHECK(condition)                                                                           \
-    do {                                                                                           \
-        if (!(condition)) {                                                                        \
-            fprintf(stderr, "%s:%d: not true: %s\n", __FILE__, __LINE__, #condition);              \
-            abort();                                                                               \
-        }                                                                                          \
-    } while (0)
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 // Where the kinds of file lie: colour, matte and depth.
 constexpr const char *FOLDERS[] = {"renders", "mask", "depth"};
@@ -52,28 +43,6 @@ inline std::string path_of(const char *folder, const char *name, bool searched =
     CHECK(removal == 0);
     return (searched ? "" : directory + "/") + folder + "/" + name;
 }
-
-// An input, taken byte by byte or in parts. Past its end there are zeros.
-struct Input {
-    const uint8_t *data;
-    size_t left;
-
-    uint32_t number(int bytes) // the highest first
-    {
-        uint32_t value = 0;
-        for (; bytes > 0; --bytes, left -= left > 0) {
-            value = value << 8 | (left > 0 ? *data++ : 0U);
-        }
-        return value;
-    }
-    Input take(size_t size)
-    {
-        const Input taken = {data, std::min(size, left)};
-        data += taken.left;
-        left -= taken.left;
-        return taken;
-    }
-};
 
 inline ImageHandle *make_reader(const char *name, bool searched)
 {

@@ -1,6 +1,7 @@
 // Runs the files of directories through a fuzz target, in builds without a fuzzer.
-#include "fuzz/harness.h"
+#include "fuzz/input.h"
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <vector>
