@@ -260,16 +260,13 @@ static inline __m128i pix_count_runs(__m128i go_on, int32_t open)
     return _mm_sub_epi8(here, before);
 }
 
-// Where fewer runs end in a block, one by one is faster.
-constexpr int PIX_MANY_ENDS = 4;
-
-// Where many runs end in a block, makes a packet of each of its pixels and squeezes out those that
-// end no run, four at a time.
+// Where four runs or more end in a block, makes a packet of each of its pixels and squeezes out
+// those that end no run, four at a time. Where fewer end, one by one is faster.
 PIX_WITH_SHUFFLES static inline uint8_t *pix_put_block(PixColourCursor *from, int32_t at,
                                                        __m128i go_on, uint32_t ends, uint8_t *out)
 {
     const int32_t open = at - from->done;
-    if (open > PIX_MAX_RUN - PIX_BLOCK || __builtin_popcount(ends) < PIX_MANY_ENDS) {
+    if (open > PIX_MAX_RUN - PIX_BLOCK || __builtin_popcount(ends) < 4) {
         return pix_put_ends(from, at, ends, out);
     }
     from->done = at + 32 - __builtin_clz(ends);
@@ -299,9 +296,14 @@ PIX_INLINE size_t pix_encode_row(PixRow *row, uint8_t *bytes, size_t room)
     uint8_t *out = bytes;
     int32_t at = from.done;
     for (; from.width - at > PIX_BLOCK && out <= full; at += PIX_BLOCK) {
-        const __m128i go_on = pix_go_on(&from, at);
+        __m128i go_on = pix_go_on(&from, at);
+        while (_mm_movemask_epi8(go_on) == 0xFFFF && from.width - at > 2 * PIX_BLOCK &&
+               at + PIX_BLOCK - from.done < PIX_MAX_RUN) { // nothing ends here, nor is cut
+            at += PIX_BLOCK;
+            go_on = pix_go_on(&from, at);
+        }
         const uint32_t ends = static_cast<uint32_t>(_mm_movemask_epi8(go_on)) ^ 0xFFFFU;
-        if (ends == 0) [[likely]] {
+        if (ends == 0) {
             if (at + PIX_BLOCK - from.done >= PIX_MAX_RUN) {
                 out = pix_put_run(&from, PIX_MAX_RUN, out);
             }

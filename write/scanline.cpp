@@ -42,14 +42,11 @@ static int pix_append_row(const PixState *state, void *const *rows)
         if (!plane->present) {
             continue;
         }
-        FILE *fp = plane->file[0].fp;
         const int32_t buffers = PIX_FACTS[kind].buffers;
-        flockfile(fp); // a standard stream may be in the hands of the host's other threads too
-        const int failure =
-            kind == PIX_DEPTH
-                ? pix_write_depth_row(fp, state->width, static_cast<int32_t *>(rows[0]))
-                : pix_write_packets(fp, {rows, buffers, state->width, 0});
-        funlockfile(fp);
+        const int failure = kind == PIX_DEPTH ? pix_write_depth_row(plane->file[0].fp, state->width,
+                                                                    static_cast<int32_t *>(rows[0]))
+                                              : pix_write_packets(plane->file[0].fp,
+                                                                  {rows, buffers, state->width, 0});
         if (failure) {
             return failure;
         }
