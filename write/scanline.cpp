@@ -3,15 +3,12 @@
 #include "host/messages.h"
 #include "write/write.h"
 
-// Bytes of packets that are handed to a stream at once.
-constexpr size_t PIX_PACKET_BLOCK = 4096;
-
 // Appends a row, one packet for each run of equal pixels. Standard output takes its packets one by
 // one, for the host may have made it line-buffered.
 static int pix_write_packets(FILE *fp, PixRow row)
 {
     while (row.done < row.width) {
-        uint8_t block[PIX_PACKET_BLOCK];
+        uint8_t block[4096]; // packets that are handed to the stream at once
         const size_t size = pix_encode(&row, block, sizeof block, pix_can_shuffle);
         const size_t step =
             pix_is_standard_stream(fp) ? 1 + static_cast<size_t>(row.channels) : size;
@@ -26,9 +23,10 @@ static int pix_write_packets(FILE *fp, PixRow row)
 
 // Appends a row of integer samples. Converts the host's buffer in place for the write and always
 // back again.
-static int pix_write_depth_row(FILE *fp, int32_t width, int32_t *buffer)
+static int pix_write_depth_row(FILE *fp, const PixRow &row)
 {
-    const auto count = static_cast<size_t>(width);
+    auto *buffer = static_cast<int32_t *>(row.buffers[0]);
+    const auto count = static_cast<size_t>(row.width);
     pix_swap_samples(buffer, count);
     const size_t written = fwrite(buffer, PIX_DEPTH_SAMPLE_SIZE, count, fp);
     pix_swap_samples(buffer, count);
@@ -42,15 +40,14 @@ static int pix_append_row(const PixState *state, void *const *rows)
         if (!plane->present) {
             continue;
         }
-        const int32_t buffers = PIX_FACTS[kind].buffers;
-        const int failure = kind == PIX_DEPTH ? pix_write_depth_row(plane->file[0].fp, state->width,
-                                                                    static_cast<int32_t *>(rows[0]))
-                                              : pix_write_packets(plane->file[0].fp,
-                                                                  {rows, buffers, state->width, 0});
+        FILE *fp = plane->file[0].fp;
+        const PixRow row = {rows, PIX_FACTS[kind].buffers, state->width, 0};
+        const int failure =
+            kind == PIX_DEPTH ? pix_write_depth_row(fp, row) : pix_write_packets(fp, row);
         if (failure) {
             return failure;
         }
-        rows += buffers;
+        rows += row.channels;
     }
     return PIX_OK;
 }
