@@ -80,6 +80,25 @@ TEST_F(PlacesTest, Lengths)
     }
 }
 
+// The paths of the fields do not fit, but nobody opens them: they are no reason for what fails
+// later.
+TEST_F(PlacesTest, APathThatIsNotOpenedIsNoReason)
+{
+    const fs::path file = fs::relative(long_path(1022), directory);
+    make(file, colour_header(1, 1));
+    const fs::path above = file.parent_path().parent_path();
+    make(above / "mask" / file.filename(), {}); // a header cut short, without an error of its own
+    make(above / "depth" / file.filename(), depth_header(1, 1));
+    setenv("KV_IMG_DIR", directory.c_str(), 1);
+    ImageHandle *handle = standin_new_reader(file.c_str());
+    handle->name_is_exact = 0;
+    EXPECT_EQ(module.read_open(handle), 0);
+    unsetenv("KV_IMG_DIR");
+    EXPECT_EQ(messages(), std::vector<int>{25});
+    EXPECT_NE(texts.back().find(strerror(ENOENT)), std::string::npos) << texts.back();
+    EXPECT_EQ(handle->close_proc(handle), 0);
+}
+
 TEST_F(PlacesTest, LabelsOfACatalogue)
 {
     struct Case {
