@@ -1,8 +1,8 @@
-// Reading OpenEXR files through the C++ library, whose exceptions end here. One row at a time goes
-// through a buffer that every scan line shares (a stride of 0 from line to line).
+// Reading OpenEXR files through the C++ library. One row at a time goes through a buffer that every
+// scan line shares (a stride of 0 from line to line).
 #include "format/depth.h"
-#include "vorla/exr_file.h"
 #include "vorla/exr_stream.h"
+#include "vorla/formats.h"
 
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
@@ -11,9 +11,9 @@
 #include <ImfInputFile.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <optional>
-#include <vector>
 
 namespace {
 
@@ -44,26 +44,56 @@ struct InputStream final : Imf::IStream {
 
 // --- Samples --------------------------------------------------------------------------------
 
-double from_linear(double value)
-{
-    return value <= 0.0031308 ? value * 12.92 : 1.055 * std::pow(value, 1 / 2.4) - 0.055;
-}
-
-uint8_t to_byte(float sample, bool linear)
-{
-    const double value = linear ? from_linear(sample) : sample;
-    if (!(value > 0)) { // NaN too
-        return 0;
+// Fractions to bytes, rounded and clamped, by tables.
+class ByteScale {
+  public:
+    explicit ByteScale(bool linear)
+    {
+        for (size_t byte = 0; byte < steps.size(); ++byte) {
+            const double value = (static_cast<double>(byte) + 0.5) / 255;
+            steps[byte] = static_cast<float>(linear ? to_linear(value) : value);
+        }
+        for (uint32_t bits = 0; bits < of_half.size(); ++bits) {
+            half sample;
+            sample.setBits(static_cast<uint16_t>(bits));
+            of_half[bits] = convert(static_cast<float>(sample));
+        }
     }
-    return value >= 1 ? 255 : static_cast<uint8_t>(std::lround(value * 255));
-}
+    uint8_t convert(float sample) const
+    {
+        const auto *step = std::upper_bound(steps.begin(), steps.end(), sample);
+        return sample > 0 ? static_cast<uint8_t>(step - steps.begin()) : uint8_t{0}; // NaN too
+    }
+    uint8_t convert(half sample) const
+    {
+        return of_half[sample.bits()];
+    }
 
-int32_t to_depth(float sample)
+  private:
+    std::array<float, 255> steps; // from steps[b] on, a sample is b + 1
+    std::array<uint8_t, 65536> of_half;
+};
+
+// A row of fractions, in the one or the other vector.
+struct Fractions {
+    std::vector<half> halves;
+    std::vector<float> floats;
+
+    void convert(const ByteScale &scale, void *bytes) const
+    {
+        auto *into = static_cast<uint8_t *>(bytes);
+        const auto step = [&](auto sample) { return scale.convert(sample); };
+        std::transform(halves.begin(), halves.end(), into, step);
+        std::transform(floats.begin(), floats.end(), into, step);
+    }
+};
+
+int32_t to_depth(double sample)
 {
     if (!std::isfinite(sample)) {
         return PIX_DEPTH_LIMIT;
     }
-    return static_cast<int32_t>(std::clamp(std::round(double{sample}), 0.0, double{INT32_MAX}));
+    return static_cast<int32_t>(std::clamp(std::round(sample), 0.0, double{INT32_MAX}));
 }
 
 // --- Reading --------------------------------------------------------------------------------
@@ -71,169 +101,178 @@ int32_t to_depth(float sample)
 struct ExrReader final : RowReader {
     std::string name;
     InputStream stream;
-    bool linear = false;
+    ReadOptions options;
     std::optional<Imf::InputFile> file;
     Imf::FrameBuffer frame;
     int left = 0; // column and line of the data window
     int line = 0; // next
     bool grey = false;
-    std::vector<float> fractions[4]; // of R, G, B, A; Y is in the first
-    std::vector<uint32_t> whole;     // Z, one or the other
+    const ByteScale colour_scale;
+    const ByteScale matte_scale{false};
+    Fractions fractions[4];      // of R, G, B, A; Y is in the first
+    std::vector<uint32_t> whole; // Z, one or the other
     std::vector<float> floats;
 
-    ExrReader(FILE *input, std::string shown) : name(std::move(shown)), stream(input, name.c_str())
+    ExrReader(FILE *input, const std::string &shown, const ReadOptions &chosen)
+        : name(shown), stream(input, name.c_str()), options(chosen), colour_scale(chosen.linear)
     {
     }
-    ExitCode read_row(void *const *rows) override;
-    ExitCode finish() override
+    void begin();
+    void read_row(void *const *rows) override;
+    void finish() override {}
+
+  private:
+    std::string choose_channels(const Imf::ChannelList &channels);
+    void take_channels(const Imf::ChannelList &channels);
+    void take_fractions(const char *channel, const Imf::ChannelList &channels, Fractions *row);
+    template <class Sample>
+    void take_channel(const char *channel, Imf::PixelType type, std::vector<Sample> *row);
+
+    // Runs what may throw, and gives the exception the name of the file.
+    template <class Step>
+    void guarded(const Step &step)
     {
-        return EXIT_FINE;
+        try {
+            step();
+        } catch (const Failure &) {
+            throw;
+        } catch (const std::bad_alloc &) {
+            fail_system(name, "cannot read", ENOMEM);
+        } catch (const std::exception &problem) {
+            throw Failure(ferror(stream.file) ? EXIT_IO : EXIT_DAMAGED, name,
+                          std::string("cannot read: ") + problem.what());
+        }
     }
 };
 
-ExitCode fail_reading(const ExrReader &reader, const std::exception &problem)
+// Has the channel read into `row`. The library counts columns from 0, wherever the data window
+// begins; the address of its column 0 may lie outside the buffer.
+template <class Sample>
+void ExrReader::take_channel(const char *channel, Imf::PixelType type, std::vector<Sample> *row)
 {
-    const bool no_memory = dynamic_cast<const std::bad_alloc *>(&problem) != nullptr;
-    complain(reader.name,
-             std::string("cannot read: ") + (no_memory ? strerror(ENOMEM) : problem.what()));
-    return no_memory || ferror(reader.stream.file) ? EXIT_IO : EXIT_DAMAGED;
+    row->resize(static_cast<size_t>(shape.width));
+    const auto first = reinterpret_cast<uintptr_t>(row->data());
+    const uintptr_t skipped = static_cast<uintptr_t>(int64_t{left}) * sizeof(Sample);
+    char *base = reinterpret_cast<char *>(first - skipped); // NOLINT(performance-no-int-to-ptr)
+    frame.insert(channel, Imf::Slice(type, base, sizeof(Sample)));
 }
 
-// Has the channel read into `row`, if it is there; zeros if it is not. The library counts columns
-// from 0, wherever the data window begins; the address of its column 0 may lie outside the buffer.
-template <class Sample>
-void take_channel(ExrReader *reader, const char *channel, Imf::PixelType type,
-                  std::vector<Sample> *row)
+// A channel that is not there gives zeros.
+void ExrReader::take_fractions(const char *channel, const Imf::ChannelList &channels,
+                               Fractions *row)
 {
-    row->resize(static_cast<size_t>(reader->shape.width));
-    const uintptr_t first = reinterpret_cast<uintptr_t>(row->data());
-    const uintptr_t skipped = static_cast<uintptr_t>(int64_t{reader->left}) * sizeof(Sample);
-    char *base = reinterpret_cast<char *>(first - skipped); // NOLINT(performance-no-int-to-ptr)
-    reader->frame.insert(channel, Imf::Slice(type, base, sizeof(Sample)));
+    const Imf::Channel *found = channels.findChannel(channel);
+    if (found && found->type == Imf::HALF) {
+        take_channel(channel, Imf::HALF, &row->halves);
+    } else {
+        take_channel(channel, Imf::FLOAT, &row->floats);
+    }
 }
 
 // Decides what the channels of the file are to be. Returns why they cannot be imported, or "".
-std::string choose_channels(ExrReader *reader, const Imf::ChannelList &channels, bool matte_only)
+std::string ExrReader::choose_channels(const Imf::ChannelList &channels)
 {
     const bool colour = std::any_of(std::begin(COLOURS), std::end(COLOURS),
-                                    [&](const char *name) { return channels.findChannel(name); });
-    reader->grey = !colour && channels.findChannel("Y");
-    reader->shape.colour = colour || reader->grey;
-    reader->shape.matte = channels.findChannel("A");
-    reader->shape.depth = channels.findChannel("Z");
-    if (reader->grey && (channels.findChannel("RY") || channels.findChannel("BY"))) {
+                                    [&](const char *one) { return channels.findChannel(one); });
+    grey = !colour && channels.findChannel("Y");
+    shape.colour = colour || grey;
+    shape.matte = channels.findChannel("A");
+    shape.depth = channels.findChannel("Z");
+    if (grey && (channels.findChannel("RY") || channels.findChannel("BY"))) {
         return "the colour is stored as luminance and chroma";
     }
-    if (!reader->shape.colour && !reader->shape.matte) {
-        return reader->shape.depth ? "a PIX picture of depth alone could not be read again"
-                                   : "there is no channel R, G, B, Y or A";
+    if (!shape.colour && !shape.matte) {
+        return shape.depth ? "a PIX picture of depth alone could not be read again"
+                           : "there is no channel R, G, B, Y or A";
     }
-    for (const char *name : {"R", "G", "B", "A", "Z", "Y"}) {
-        const Imf::Channel *channel = channels.findChannel(name);
+    for (const char *one : {"R", "G", "B", "A", "Z", "Y"}) {
+        const Imf::Channel *channel = channels.findChannel(one);
         if (channel && (channel->xSampling != 1 || channel->ySampling != 1)) {
-            return std::string("channel ") + name + " does not have a sample for every pixel";
+            return std::string("channel ") + one + " does not have a sample for every pixel";
         }
     }
-    if (matte_only && reader->grey && !reader->shape.matte) {
-        reader->shape.colour = false;
-        reader->shape.matte = true;
-    } else if (matte_only && reader->shape.colour) {
+    if (options.matte_only && grey && !shape.matte) {
+        shape.colour = false;
+        shape.matte = true;
+    } else if (options.matte_only && shape.colour) {
         return "the picture is not plain grey";
     }
     return "";
 }
 
 // Makes the buffers for the channels chosen.
-void take_channels(ExrReader *reader, const Imf::ChannelList &channels)
+void ExrReader::take_channels(const Imf::ChannelList &channels)
 {
-    const PictureShape &shape = reader->shape;
-    if (reader->grey) {
-        take_channel(reader, "Y", Imf::FLOAT, &reader->fractions[shape.colour ? 0 : 3]);
+    if (grey) {
+        take_fractions("Y", channels, &fractions[shape.colour ? 0 : 3]);
     }
-    for (int channel = 0; shape.colour && !reader->grey && channel < 3; ++channel) {
-        take_channel(reader, COLOURS[channel], Imf::FLOAT, &reader->fractions[channel]);
+    for (int channel = 0; shape.colour && !grey && channel < 3; ++channel) {
+        take_fractions(COLOURS[channel], channels, &fractions[channel]);
     }
     if (channels.findChannel("A")) {
-        take_channel(reader, "A", Imf::FLOAT, &reader->fractions[3]);
+        take_fractions("A", channels, &fractions[3]);
     }
     const Imf::Channel *depth = channels.findChannel("Z");
     if (depth && depth->type == Imf::UINT) {
-        take_channel(reader, "Z", Imf::UINT, &reader->whole);
+        take_channel("Z", Imf::UINT, &whole);
     } else if (depth) {
-        take_channel(reader, "Z", Imf::FLOAT, &reader->floats);
+        take_channel("Z", Imf::FLOAT, &floats);
     }
-    reader->file->setFrameBuffer(reader->frame);
+    file->setFrameBuffer(frame);
 }
 
-// May throw.
-ExitCode begin_reading(ExrReader *reader, bool matte_only)
+void ExrReader::begin()
 {
-    // Far larger pictures are refused before the library has buffers for them.
-    Imf::Header::setMaxImageSize(4 * PIX_MAX_SIZE, 4 * PIX_MAX_SIZE);
-    Imf::Header::setMaxTileSize(4 * PIX_MAX_SIZE, 4 * PIX_MAX_SIZE);
-    reader->file.emplace(reader->stream, NO_THREADS);
-    const Imath::Box2i &window = reader->file->header().dataWindow();
-    const int64_t width = int64_t{window.max.x} - window.min.x + 1;
-    const int64_t height = int64_t{window.max.y} - window.min.y + 1;
-    if (const ExitCode code = check_size(reader->name, width, height)) {
-        return code;
-    }
-    reader->shape.width = static_cast<int32_t>(width);
-    reader->shape.height = static_cast<int32_t>(height);
-    reader->left = window.min.x;
-    reader->line = window.min.y;
-    const Imf::ChannelList &channels = reader->file->header().channels();
-    const std::string refusal = choose_channels(reader, channels, matte_only);
-    if (!refusal.empty()) {
-        complain(reader->name, "cannot import: " + refusal);
-        return matte_only ? EXIT_USAGE : EXIT_DAMAGED;
-    }
-    take_channels(reader, channels);
-    return EXIT_FINE;
+    guarded([this] {
+        // Far larger pictures are refused before the library has buffers for them.
+        Imf::Header::setMaxImageSize(4 * PIX_MAX_SIZE, 4 * PIX_MAX_SIZE);
+        Imf::Header::setMaxTileSize(4 * PIX_MAX_SIZE, 4 * PIX_MAX_SIZE);
+        file.emplace(stream, NO_THREADS);
+        const Imath::Box2i &window = file->header().dataWindow();
+        const int64_t width = int64_t{window.max.x} - window.min.x + 1;
+        const int64_t height = int64_t{window.max.y} - window.min.y + 1;
+        check_size(name, width, height);
+        shape.width = static_cast<int32_t>(width);
+        shape.height = static_cast<int32_t>(height);
+        left = window.min.x;
+        line = window.min.y;
+        const Imf::ChannelList &channels = file->header().channels();
+        const std::string refusal = choose_channels(channels);
+        if (!refusal.empty()) {
+            throw Failure(options.matte_only ? EXIT_USAGE : EXIT_DAMAGED, name,
+                          "cannot import: " + refusal);
+        }
+        take_channels(channels);
+    });
 }
 
-void convert_fractions(const std::vector<float> &fractions, bool linear, void *bytes)
+void ExrReader::read_row(void *const *rows)
 {
-    std::transform(fractions.begin(), fractions.end(), static_cast<uint8_t *>(bytes),
-                   [linear](float sample) { return to_byte(sample, linear); });
-}
-
-ExitCode ExrReader::read_row(void *const *rows)
-{
-    try {
-        file->readPixels(line);
-    } catch (const std::exception &problem) {
-        return fail_reading(*this, problem);
-    }
+    check_interrupt();
+    guarded([this] { file->readPixels(line); });
     line += 1;
     for (int channel = 0; shape.colour && channel < 3; ++channel) {
-        convert_fractions(fractions[grey ? 0 : channel], linear, rows[channel]);
+        fractions[grey ? 0 : channel].convert(colour_scale, rows[channel]);
     }
     if (shape.matte) {
-        convert_fractions(fractions[3], false, rows[matte_index(shape)]);
+        fractions[3].convert(matte_scale, rows[matte_index(shape)]);
     }
     if (shape.depth) {
-        int32_t *depths = static_cast<int32_t *>(rows[depth_index(shape)]);
-        std::transform(whole.begin(), whole.end(), depths,
-                       [](uint32_t depth) { return static_cast<int32_t>(depth); });
+        auto *depths = static_cast<int32_t *>(rows[depth_index(shape)]);
+        std::transform(whole.begin(), whole.end(), depths, to_depth);
         std::transform(floats.begin(), floats.end(), depths, to_depth);
     }
-    return EXIT_FINE;
 }
 
 } // namespace
 
-ExitCode open_exr(FILE *stream, const std::string &name, const ExrOptions &options,
-                  std::unique_ptr<RowReader> *reader)
+// The first part of a file; its data window is the picture. Y is read as grey when there is no R, G
+// or B. Fractions are rounded to bytes and clamped; depths are rounded and clamped to whole numbers
+// of 31 bits, and are PIX_DEPTH_LIMIT where they are no numbers.
+std::unique_ptr<RowReader> open_exr(FILE *stream, const std::string &name,
+                                    const ReadOptions &options)
 {
-    auto opened = std::make_unique<ExrReader>(stream, name);
-    opened->linear = options.linear;
-    ExitCode code = EXIT_FINE;
-    try {
-        code = begin_reading(opened.get(), options.matte_only);
-    } catch (const std::exception &problem) {
-        code = fail_reading(*opened, problem);
-    }
-    *reader = std::move(opened);
-    return code;
+    auto reader = std::make_unique<ExrReader>(stream, name, options);
+    reader->begin();
+    return reader;
 }

@@ -1,8 +1,9 @@
-// What reading and writing OpenEXR files share: streams of the C library under the C++ library.
-// Failures are thrown, as the library expects; they end where its calls are made.
+// What reading and writing OpenEXR files share: streams of the C library under the C++ library,
+// and the sRGB curve.
 #pragma once
 
 #include <cerrno>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -10,6 +11,12 @@
 
 constexpr int NO_THREADS = 0; // all work is done in the calling thread
 constexpr const char *COLOURS[] = {"R", "G", "B"};
+
+// A sample of the linear scale for one of the sRGB curve, both 0 to 1.
+inline double to_linear(double value)
+{
+    return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+}
 
 [[noreturn]] inline void throw_errno()
 {

@@ -1,8 +1,9 @@
-// Writing OpenEXR files through the C++ library, whose exceptions end here. One row at a time goes
+// Writing OpenEXR files through the C++ library: R, G, B and A as HALF fractions, ZIP-compressed, a
+// matte alone as A, Z as UINT or FLOAT. One row at a time goes
 // through a buffer that every scan line shares (a stride of 0 from line to line); the library keeps
 // the block of lines that it compresses.
-#include "vorla/exr_file.h"
 #include "vorla/exr_stream.h"
+#include "vorla/formats.h"
 
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
@@ -12,7 +13,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <optional>
 #include <vector>
 
@@ -46,11 +46,6 @@ struct OutputStream final : Imf::OStream {
 
 // --- Samples --------------------------------------------------------------------------------
 
-double to_linear(double value)
-{
-    return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
-}
-
 using ByteTable = std::array<half, 256>;
 
 ByteTable make_table(bool linear)
@@ -80,15 +75,25 @@ struct ExrWriter final : RowWriter {
         : name(std::move(shown)), stream(output, name.c_str())
     {
     }
-    ExitCode write_row(void *const *rows) override;
-    ExitCode finish() override;
-};
+    void begin(bool depth_float);
+    void write_row(void *const *rows) override;
+    void finish() override;
 
-ExitCode fail_writing(const std::string &name, const std::string &why)
-{
-    complain(name, "cannot write: " + why);
-    return EXIT_IO;
-}
+  private:
+    // Runs what may throw, and gives the exception the name of the file.
+    template <class Step>
+    void guarded(const Step &step)
+    {
+        try {
+            step();
+        } catch (const std::exception &thrown) {
+            stream.problem = stream.problem.empty() ? thrown.what() : stream.problem;
+        }
+        if (!stream.problem.empty()) {
+            throw Failure(EXIT_IO, name, "cannot write: " + stream.problem);
+        }
+    }
+};
 
 // Makes the channel, with a buffer of one row.
 template <class Sample>
@@ -100,38 +105,37 @@ void add_channel(Imf::Header *header, Imf::FrameBuffer *frame, const char *chann
     frame->insert(channel, Imf::Slice(type, reinterpret_cast<char *>(row->data()), sizeof(Sample)));
 }
 
-// May throw.
-void begin_writing(ExrWriter *writer, bool depth_float)
+void ExrWriter::begin(bool depth_float)
 {
-    const PictureShape &shape = writer->shape;
     Imf::Header header(shape.width, shape.height, shape.pixel_aspect);
     header.compression() = Imf::ZIP_COMPRESSION;
     Imf::FrameBuffer frame;
     for (int channel = 0; shape.colour && channel < 3; ++channel) {
-        add_channel(&header, &frame, COLOURS[channel], Imf::HALF, &writer->fractions[channel],
-                    shape.width);
+        add_channel(&header, &frame, COLOURS[channel], Imf::HALF, &fractions[channel], shape.width);
     }
     if (shape.matte) {
-        add_channel(&header, &frame, "A", Imf::HALF, &writer->fractions[3], shape.width);
+        add_channel(&header, &frame, "A", Imf::HALF, &fractions[3], shape.width);
     }
     if (shape.depth && depth_float) {
-        add_channel(&header, &frame, "Z", Imf::FLOAT, &writer->floats, shape.width);
+        add_channel(&header, &frame, "Z", Imf::FLOAT, &floats, shape.width);
     } else if (shape.depth) {
-        add_channel(&header, &frame, "Z", Imf::UINT, &writer->whole, shape.width);
+        add_channel(&header, &frame, "Z", Imf::UINT, &whole, shape.width);
     }
-    writer->file.emplace(writer->stream, header, NO_THREADS);
-    writer->file->setFrameBuffer(frame);
+    guarded([&] {
+        file.emplace(stream, header, NO_THREADS);
+        file->setFrameBuffer(frame);
+    });
 }
 
 void convert_bytes(const void *bytes, const ByteTable &table, std::vector<half> *fractions)
 {
-    const uint8_t *samples = static_cast<const uint8_t *>(bytes);
+    const auto *samples = static_cast<const uint8_t *>(bytes);
     for (half &fraction : *fractions) {
         fraction = table[*samples++];
     }
 }
 
-ExitCode ExrWriter::write_row(void *const *rows)
+void ExrWriter::write_row(void *const *rows)
 {
     for (int channel = 0; shape.colour && channel < 3; ++channel) {
         convert_bytes(rows[channel], colour_table, &fractions[channel]);
@@ -140,41 +144,29 @@ ExitCode ExrWriter::write_row(void *const *rows)
         convert_bytes(rows[matte_index(shape)], matte_table, &fractions[3]);
     }
     if (shape.depth) {
-        const int32_t *samples = static_cast<const int32_t *>(rows[depth_index(shape)]);
+        const auto *samples = static_cast<const int32_t *>(rows[depth_index(shape)]);
         std::transform(samples, samples + whole.size(), whole.begin(),
                        [](int32_t depth) { return static_cast<uint32_t>(depth); });
         std::transform(samples, samples + floats.size(), floats.begin(),
                        [](int32_t depth) { return static_cast<float>(depth); });
     }
-    try {
-        file->writePixels(1);
-    } catch (const std::exception &problem) {
-        return fail_writing(name, stream.problem.empty() ? problem.what() : stream.problem);
-    }
-    return EXIT_FINE;
+    guarded([this] { file->writePixels(1); });
 }
 
-ExitCode ExrWriter::finish()
+void ExrWriter::finish()
 {
-    file.reset();
-    return stream.problem.empty() ? EXIT_FINE : fail_writing(name, stream.problem);
+    guarded([this] { file.reset(); });
 }
 
 } // namespace
 
 std::unique_ptr<RowWriter> start_exr(FILE *stream, const std::string &name,
-                                     const PictureShape &shape, const ExrOptions &options)
+                                     const PictureShape &shape, const WriteOptions &options)
 {
     auto writer = std::make_unique<ExrWriter>(stream, name);
     writer->shape = shape;
     writer->colour_table = make_table(options.linear);
     writer->matte_table = make_table(false);
-    try {
-        begin_writing(writer.get(), options.depth_float);
-    } catch (const std::exception &problem) {
-        const std::string &kept = writer->stream.problem;
-        (void)fail_writing(name, kept.empty() ? problem.what() : kept);
-        return nullptr;
-    }
+    writer->begin(options.depth_float);
     return writer;
 }

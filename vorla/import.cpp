@@ -1,22 +1,17 @@
-// `vorla import`: a PNG or OpenEXR file is read row by row and written through the module. Which
-// files that makes is left to import_set, and how they come to stand under their names to pending.
+// `vorla import`: a picture of another format is read row by row and written through the module,
+// under temporary names, which outputs.h replaces. Companions stand where names.h says. A picture
+// without colour has none, whatever stands there.
 #include "vorla/commands.h"
-#include "vorla/exr_file.h"
-#include "vorla/import_set.h"
-#include "vorla/names.h"
-#include "vorla/png_file.h"
+#include "vorla/outputs.h"
+#include "vorla/plan.h"
 #include "vorla/progress.h"
 #include "vorla/spool.h"
 
-#include "host/capabilities.h"
+#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <memory>
 
 namespace {
-
-constexpr int EXR_FIRST_BYTE = 0x76;
 
 // --- The input ------------------------------------------------------------------------------
 
@@ -31,78 +26,109 @@ struct CloseFile {
 
 using InputFile = std::unique_ptr<FILE, CloseFile>;
 
-// By its name, or else by its first byte. Nonzero, with errno, when that cannot be read.
-int tell_exr(FILE *file, const std::string &name, bool *is_exr)
+InputFile open_input(const std::string &name)
 {
-    *is_exr = ends_in(name, ".exr");
-    if (*is_exr || ends_in(name, ".png")) {
-        return 0;
+    if (name == "-") {
+        make_input_seekable();
+        rewind(stdin); // a spooled one stands at its end
+        return InputFile(stdin);
     }
-    const int first = getc(file);
-    *is_exr = first == EXR_FIRST_BYTE;
-    return first == EOF ? ferror(file) : ungetc(first, file) == EOF;
+    InputFile file(fopen(name.c_str(), "re"));
+    if (!file) {
+        fail_system(name, "cannot open");
+    }
+    return file;
 }
 
-ExitCode open_input(const std::string &name, InputFile *file)
-{
-    if (name != "-") {
-        file->reset(fopen(name.c_str(), "re"));
-        if (!*file) {
-            complain(name, std::string("cannot open: ") + strerror(errno));
-            return EXIT_IO;
-        }
-        return EXIT_FINE;
-    }
-    std::string why;
-    const ExitCode code = make_input_seekable(&why);
-    if (code != EXIT_FINE) {
-        complain("standard input", why);
-    }
-    rewind(stdin); // a spooled one stands at its end
-    file->reset(stdin);
-    return code;
-}
-
-ExitCode open_picture(FILE *file, const ImportOptions &options, std::unique_ptr<RowReader> *reader)
+// By what it begins with, or else by its name.
+std::unique_ptr<RowReader> open_picture(FILE *file, const ImportOptions &options)
 {
     const std::string name = options.input == "-" ? "standard input" : options.input;
-    bool is_exr = false;
-    if (tell_exr(file, options.input, &is_exr) != 0) {
-        complain(name, std::string("cannot read: ") + strerror(errno));
-        return EXIT_IO;
+    errno = 0;
+    const PictureFormat *format = format_of_stream(file);
+    if (ferror(file)) {
+        fail_system(name, "cannot read");
     }
-    if (options.linear && !is_exr) {
-        complain(name, "cannot import: --linear is for OpenEXR");
-        return EXIT_USAGE;
+    format = format ? format : format_of_name(options.input);
+    format = format ? format : format_named("png");
+    if (options.linear && !format->has_linear) {
+        throw Failure(EXIT_USAGE, name, "cannot import: --linear is for OpenEXR");
     }
-    return is_exr ? open_exr(file, name, {options.linear, false, options.matte_only}, reader)
-                  : open_png(file, name, options.matte_only, reader);
+    if (!format->open) {
+        throw Failure(EXIT_USAGE, name,
+                      std::string("cannot read ") + format->words + ": vorla was built without");
+    }
+    return format->open(file, name, options);
 }
 
-// --- Rows -----------------------------------------------------------------------------------
+// --- The files of the set -------------------------------------------------------------------
 
-// Buffers for a row of the shape; `array` is what the module and the readers take.
-struct RowBuffers {
-    std::vector<std::vector<int32_t>> buffers;
-    std::vector<void *> array;
-};
-
-RowBuffers make_buffers(const PictureShape &shape)
+bool has_companion(const PictureShape &shape, FileKind kind)
 {
-    RowBuffers rows;
-    const size_t width = static_cast<size_t>(shape.width);
-    const int bytes = matte_index(shape) + (shape.matte ? 1 : 0);
-    for (int channel = 0; channel < bytes; ++channel) {
-        rows.buffers.emplace_back((width + 3) / 4);
-    }
-    if (shape.depth) {
-        rows.buffers.emplace_back(width);
-    }
-    for (std::vector<int32_t> &buffer : rows.buffers) {
-        rows.array.push_back(buffer.data());
-    }
-    return rows;
+    return shape.colour && (kind == KIND_MATTE ? shape.matte : shape.depth);
 }
+
+void check_name(const std::string &output, const PictureShape &shape)
+{
+    if (is_written_directly(output)) {
+        throw Failure(EXIT_USAGE, output,
+                      "cannot import: a picture is a set of files, which need names");
+    }
+    if (field_names(output).is_field) {
+        throw Failure(EXIT_USAGE, output,
+                      "cannot import: it is a field's name, and fields are not written");
+    }
+    for (const FileKind kind : COMPANIONS) {
+        const std::string directory = directory_of(companion_path(output, kind));
+        if (shape.colour && is_same_file(directory, directory_of(output))) {
+            throw Failure(EXIT_USAGE, output,
+                          std::string("cannot import: a picture in the directory of the ") +
+                              file_part(directory) + " files would be its own companion");
+        }
+    }
+}
+
+// Throws unless the picture `output` can be made: its name is one that a set can have, and, unless
+// files are overwritten, neither it, nor a field of it, nor what would become its companion is
+// there.
+void check_set(const ImportOptions &options, const PictureShape &shape)
+{
+    const std::string &output = options.output;
+    check_name(output, shape);
+    check_free(output, options.overwrite);
+    const FieldNames fields = field_names(output);
+    for (const std::string &field : {fields.even, fields.odd}) {
+        if (!options.overwrite && access(field.c_str(), F_OK) == 0) {
+            throw Failure(EXIT_IO, output,
+                          "cannot write: there is the field " + field +
+                              ", which the picture would hide; -f makes it all the same");
+        }
+    }
+    for (const FileKind kind : COMPANIONS) {
+        if (shape.colour) {
+            check_free(companion_path(output, kind), options.overwrite);
+        }
+    }
+}
+
+// Adds the files of the set, and returns the temporary name of the main one. Companions that the
+// new picture does not have would be taken for its own: they are removed.
+std::string add_set(Outputs *outputs, const std::string &output, const PictureShape &shape)
+{
+    std::string main = outputs->add_name(output);
+    for (const FileKind kind : COMPANIONS) {
+        const std::string companion = companion_path(output, kind);
+        if (has_companion(shape, kind)) {
+            outputs->add_directory(directory_of(companion));
+            outputs->add_name(companion, file_part(main));
+        } else if (shape.colour) {
+            outputs->add_stale(companion);
+        }
+    }
+    return main;
+}
+
+// --- Writing through the module -------------------------------------------------------------
 
 // What of the picture is to be written: the channel choice is about companions.
 PictureShape chosen_shape(const PictureShape &shape, int32_t channels)
@@ -114,135 +140,100 @@ PictureShape chosen_shape(const PictureShape &shape, int32_t channels)
     return chosen;
 }
 
-// --- Writing through the module -------------------------------------------------------------
-
-// Replaces the temporary names in a message of the module.
-std::string with_final_names(std::string text, const PendingSet &set)
+// Ends with the module's own words, if it has had any.
+[[noreturn]] void fail_in_module(const std::string &output, const Outputs &outputs)
 {
-    for (const PendingFile &file : set.files) {
-        for (size_t at = 0; (at = text.find(file.temporary, at)) != std::string::npos;
-             at += file.name.size()) {
-            text.replace(at, file.temporary.size(), file.name);
-        }
+    const std::vector<std::string> &words = module_messages();
+    for (size_t at = 0; at + 1 < words.size(); ++at) {
+        complain(output, outputs.with_final_names(words[at]));
     }
-    return text;
+    throw Failure(EXIT_IO, output,
+                  words.empty() ? "cannot write: the module gives error " + std::to_string(vyn__err)
+                                : outputs.with_final_names(words.back()));
 }
 
-// Complains with the module's own words, if it has had any.
-ExitCode fail_in_module(const std::string &output, const PendingSet &set,
-                        const std::vector<std::string> &kept)
-{
-    for (const std::string &text : kept) {
-        complain(output, with_final_names(text, set));
+struct CloseImage {
+    void operator()(ImageHandle *handle) const
+    {
+        (void)(handle->close_proc ? handle->close_proc(handle) : 0);
     }
-    if (kept.empty()) {
-        complain(output, "cannot write: the module gives error " + std::to_string(vyn__err));
-    }
-    return EXIT_IO;
-}
+};
 
-ImageHandle *open_output(const Session &session, const std::string &temporary,
-                         const PictureShape &shape)
+using Handle = std::unique_ptr<ImageHandle, CloseImage>;
+
+// Null when the module cannot make all of the files.
+Handle open_output(const Session &session, const std::string &name, const PictureShape &shape)
 {
-    ImageHandle *handle =
-        standin_new_writer(temporary.c_str(), shape.width, shape.height, shape.colour ? 3 : 0,
-                           shape.matte ? 1 : 0, shape.depth ? 1 : 0);
-    if (session.channels >= 0) {
+    const int mattes = shape.matte ? 1 : 0;
+    const int depths = shape.depth ? 1 : 0;
+    ImageHandle *handle = standin_new_writer(name.c_str(), shape.width, shape.height,
+                                             shape.colour ? 3 : 0, mattes, depths);
+    if (session.channels != PIX_CHANNELS_UNDECIDED) {
         standin_request(handle, PIX_CAP_OUTPUT_CHANNELS, session.channels);
     }
+    forget_messages();
     if (session.module.write_open(handle) != 1) {
         vyn__free_obj(handle);
         return nullptr;
     }
-    return handle;
+    Handle opened(handle);
+    const bool whole = handle->info->matte_count == mattes && handle->info->aux_count == depths;
+    return whole ? std::move(opened) : nullptr;
 }
 
-// Copies all rows. `good` becomes false when the module has failed, which the caller explains.
-ExitCode copy_rows(RowReader *reader, ImageHandle *handle, bool *good)
+void write_set(const Session &session, const std::string &output, const PictureShape &shape,
+               RowReader *reader, Outputs *outputs)
 {
-    RowBuffers rows = make_buffers(reader->shape);
-    const int32_t height = reader->shape.height;
-    for (int32_t row = 0; row < height; ++row) {
-        if (const ExitCode code = reader->read_row(rows.array.data())) {
-            return code;
-        }
+    Handle handle = open_output(session, add_set(outputs, output, shape), shape);
+    if (!handle) {
+        fail_in_module(output, *outputs);
+    }
+    RowBuffers rows(reader->shape);
+    Progress progress(output, shape.height, "rows");
+    for (int32_t row = 0; row < shape.height; ++row) {
+        reader->read_row(rows.array.data());
         void *array = rows.array.data();
-        if (handle->scanline_proc(handle->priv->state, height - 1 - row, array) != 0) {
-            *good = false;
-            return EXIT_FINE;
+        if (handle->scanline_proc(handle->priv->state, shape.height - 1 - row, array) != 0) {
+            fail_in_module(output, *outputs);
         }
-        show_progress(row + 1);
+        progress.show(row + 1);
     }
-    return reader->finish();
+    reader->finish();
+    ImageHandle *whole = handle.release();
+    if (whole->close_proc(whole) != 0) {
+        fail_in_module(output, *outputs);
+    }
 }
 
-ExitCode write_set(const Session &session, const std::string &output, const PictureShape &shape,
-                   RowReader *reader, PendingSet *set)
+ExitCode import_one(const Session &session, const ImportOptions &options)
 {
-    std::vector<std::string> kept;
-    set_subject(output, &kept);
-    ImageHandle *handle = open_output(session, set->files.front().temporary, shape);
-    bool good = handle != nullptr;
-    ExitCode code = EXIT_FINE;
-    if (good) {
-        good = handle->info->matte_count == (shape.matte ? 1 : 0) &&
-               handle->info->aux_count == (shape.depth ? 1 : 0);
-        if (good) {
-            start_progress(output, shape.height, "rows");
-            code = copy_rows(reader, handle, &good);
-            end_progress();
+    for (const std::string &file : {options.output, companion_path(options.output, KIND_MATTE),
+                                    companion_path(options.output, KIND_DEPTH)}) {
+        if (is_same_file(options.input, file)) {
+            throw Failure(EXIT_USAGE, file, "cannot write: it is the picture to import");
         }
-        good = handle->close_proc(handle) == 0 && good;
     }
-    set_subject(output);
-    return good ? code : fail_in_module(output, *set, kept);
-}
-
-ExitCode import_picture(const Session &session, const ImportOptions &options, RowReader *reader)
-{
+    const InputFile file = open_input(options.input);
+    const std::unique_ptr<RowReader> reader = open_picture(file.get(), options);
     const PictureShape shape = chosen_shape(reader->shape, session.channels);
     if (!shape.colour && shape.depth) {
-        complain(options.input, "cannot import: PIX has no depth beside a matte without colour; "
-                                "--channels matte leaves it out");
-        return EXIT_DAMAGED;
+        throw Failure(EXIT_DAMAGED, options.input,
+                      "cannot import: PIX has no depth beside a matte without colour; "
+                      "--channels matte leaves it out");
     }
-    if (const ExitCode code = check_set(options.output, shape, options.overwrite)) {
-        return code;
+    check_set(options, shape);
+    Outputs outputs(options.overwrite);
+    write_set(session, options.output, shape, reader.get(), &outputs);
+    outputs.put_in_place();
+    for (const std::string &words : reader->notes) {
+        note(options.input == "-" ? "standard input" : options.input, words);
     }
-    PendingSet set;
-    set.overwrite = options.overwrite;
-    if (const ExitCode code = add_set(&set, options.output, shape)) {
-        return code;
-    }
-    for (PendingFile &file : set.files) { // the module opens them itself
-        if (const ExitCode code = close_stream(&file)) {
-            return code;
-        }
-    }
-    if (const ExitCode code = write_set(session, options.output, shape, reader, &set)) {
-        return code;
-    }
-    return put_in_place(&set, foreign_companions(options.output, shape));
+    return EXIT_FINE;
 }
 
 } // namespace
 
 ExitCode run_import(const Session &session, const ImportOptions &options)
 {
-    for (const std::string &file : {options.output, companion_path(options.output, "mask"),
-                                    companion_path(options.output, "depth")}) {
-        if (is_same_file(options.input, file)) {
-            complain(file, "cannot write: it is the picture to import");
-            return EXIT_USAGE;
-        }
-    }
-    InputFile file;
-    if (const ExitCode code = open_input(options.input, &file)) {
-        return code;
-    }
-    std::unique_ptr<RowReader> reader; // goes before the file does
-    if (const ExitCode code = open_picture(file.get(), options, &reader)) {
-        return code;
-    }
-    return import_picture(session, options, reader.get());
+    return attempt([&] { return import_one(session, options); });
 }

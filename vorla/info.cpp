@@ -1,7 +1,7 @@
 // `vorla info`: what the headers of a picture's files say, for people or, with --json, for
 // programs.
 #include "vorla/commands.h"
-#include "vorla/headers.h"
+#include "vorla/source.h"
 
 #include "format/header.h"
 #include "host/messages.h"
@@ -24,22 +24,22 @@ struct Facts {
 Facts facts_of(const Source &source)
 {
     Facts facts;
-    facts.files = source.files.main;
+    const bool is_open[] = {source.shape.colour, source.shape.matte, source.shape.depth};
+    const char *const names[] = {"colour", "matte", "depth"};
+    for (const FileKind kind : {KIND_MAIN, KIND_MATTE, KIND_DEPTH}) {
+        if (is_open[kind]) {
+            facts.channels.emplace_back(names[kind]);
+        }
+        const bool is_main = kind == KIND_MAIN;
+        if (is_main || (is_open[kind] && source.shape.colour)) {
+            const Names &paths = source.files.paths[kind];
+            facts.files.insert(facts.files.end(), paths.begin(), paths.end());
+        }
+    }
     if (source.opened == "/dev/stdin") {
         facts.files = {source.name};
     }
-    if (source.colour) {
-        facts.channels.emplace_back("colour");
-    }
-    if (source.matte) {
-        facts.channels.emplace_back("matte");
-    }
-    if (source.matte && source.colour) {
-        facts.files.insert(facts.files.end(), source.files.matte.begin(), source.files.matte.end());
-    }
-    if (source.depth) {
-        facts.channels.emplace_back("depth");
-        facts.files.insert(facts.files.end(), source.files.depth.begin(), source.files.depth.end());
+    if (source.shape.depth) {
         const bool is_float = read_header(source.files, KIND_DEPTH).tag == PIX_MAGIC_DEPTH_FLOAT;
         facts.depth_kind = is_float ? "float" : "integer";
     }
@@ -65,13 +65,13 @@ void print_fact(const char *label, const std::string &value)
 
 void print_facts(const Source &source, const Facts &facts)
 {
-    print_line(source.name + ": " + std::to_string(source.width) + " x " +
-               std::to_string(source.height) + " pixels");
+    print_line(source.name + ": " + std::to_string(source.shape.width) + " x " +
+               std::to_string(source.shape.height) + " pixels");
     std::string channels;
     for (const std::string &channel : facts.channels) {
         channels += (channels.empty() ? "" : ", ") + channel;
     }
-    if (source.depth) {
+    if (source.shape.depth) {
         channels += " (" + facts.depth_kind + ")";
     }
     print_fact("channels", channels);
@@ -99,8 +99,8 @@ void print_object(const Source &source, const Facts &facts)
 {
     Json object;
     object["file"] = source.name;
-    object["width"] = source.width;
-    object["height"] = source.height;
+    object["width"] = source.shape.width;
+    object["height"] = source.shape.height;
     object["channels"] = facts.channels;
     object["depth_kind"] = or_null(facts.depth_kind);
     object["fields"] = source.files.fields;
@@ -122,6 +122,28 @@ void print_object(const Source &source, const Facts &facts)
     print_line(line);
 }
 
+ExitCode inform(const Session &session, const std::string &file, bool json, bool first)
+{
+    const Source source(session, file);
+    const Facts facts = facts_of(source);
+    if (json) {
+        print_object(source, facts);
+    } else {
+        if (!first) {
+            print_line("");
+        }
+        print_facts(source, facts);
+    }
+    ExitCode code = EXIT_FINE;
+    for (const Dropped &dropped : source.dropped) {
+        if (dropped.code == EXIT_IO) {
+            complain(source.name, dropped.reason);
+            code = EXIT_IO;
+        }
+    }
+    return code;
+}
+
 } // namespace
 
 ExitCode run_info(const Session &session, const Names &files, bool json)
@@ -129,31 +151,8 @@ ExitCode run_info(const Session &session, const Names &files, bool json)
     ExitCode code = EXIT_FINE;
     bool first = true;
     for (const std::string &file : files) {
-        Source source;
-        std::string why;
-        ExitCode opened = try_open_source(session, file, &source, &why);
-        if (opened != EXIT_FINE) {
-            complain(source.name, why);
-            code = worst(code, opened);
-            continue;
-        }
-        const Facts facts = facts_of(source);
-        if (json) {
-            print_object(source, facts);
-        } else {
-            if (!first) {
-                print_line("");
-            }
-            print_facts(source, facts);
-        }
+        code = worst(code, attempt([&] { return inform(session, file, json, first); }));
         first = false;
-        for (const Dropped &dropped : source.dropped) {
-            if (dropped.code == EXIT_IO) {
-                complain(source.name, dropped.reason);
-                code = EXIT_IO;
-            }
-        }
-        code = worst(code, close_source(&source));
     }
     return code;
 }

@@ -1,6 +1,5 @@
 // The command line: options, help, and which command runs. Exit codes are those of report.h.
 #include "vorla/commands.h"
-#include "vorla/progress.h"
 
 #include <CLI/CLI.hpp>
 
@@ -11,7 +10,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <exception>
 #include <sstream>
 
 namespace {
@@ -178,19 +176,14 @@ ExitCode run(const std::string &command, Options *options)
     if (options->quiet) {
         be_quiet();
     }
-    Session session;
+    Session session(options->module);
     session.search = options->search;
     if (!options->channels.empty()) {
         session.channels = options->channels == "rgb"     ? PIX_CHANNELS_RGB
                            : options->channels == "matte" ? PIX_CHANNELS_RGB_MATTE
                                                           : PIX_CHANNELS_RGB_MATTE_Z;
     }
-    ExitCode code = load_module(options->module, &session);
-    if (code == EXIT_FINE) {
-        code = dispatch(command, session, options);
-        standin_unload(&session.module);
-    }
-    return code;
+    return dispatch(command, session, options);
 }
 
 // What nobody knows what to do with is named first: the rest may follow from it.
@@ -305,11 +298,13 @@ int main(int argc, char **argv)
     occupy_standard_streams();
     (void)signal(SIGPIPE, SIG_IGN); // a write to a closed pipe fails like any other,
     (void)signal(SIGXFSZ, SIG_IGN); // and so does one past the limit of a file's size
+    catch_interrupts();
     ExitCode code = EXIT_IO;
     try {
-        code = parse_and_run(argc, argv);
-    } catch (const std::exception &error) {
-        complain("", error.what());
+        code = attempt([=] { return parse_and_run(argc, argv); });
+    } catch (const Interrupted &) {
+        (void)signal(interrupt_signal(), SIG_DFL);
+        (void)raise(interrupt_signal());
     }
     return finish_output(code);
 }

@@ -1,15 +1,21 @@
-// Which files make a picture, told from its name as the module tells it: one main file or two
+// Which files make a picture, told from its name by the module's own rules: one main file or two
 // fields, a matte and a depth in the directories "mask" and "depth" beside the main file's.
 #pragma once
 
 #include <string>
 #include <vector>
 
+using Names = std::vector<std::string>;
+
 // Whether there is more to the name than this end, in letters of either case.
 [[nodiscard]] bool ends_in(const std::string &name, const std::string &end);
 
-// Whether a file of that name can be opened for reading; errno says why not.
-[[nodiscard]] bool is_readable(const std::string &path);
+// Whether both names lead to one file that is there.
+[[nodiscard]] bool is_same_file(const std::string &one, const std::string &other);
+
+// The part of a path behind its last "/", and the directory before it ("." without one).
+[[nodiscard]] std::string file_part(const std::string &path);
+[[nodiscard]] std::string directory_of(const std::string &path);
 
 // The name of the same file without empty and "." directories, and with the true path of a
 // directory that ends in "..": where the companions are is told from the names of the last two
@@ -26,16 +32,20 @@ struct FieldNames {
 
 [[nodiscard]] FieldNames field_names(const std::string &name);
 
-// The companion of the file `path` in the directory `label`, "mask" or "depth".
-[[nodiscard]] std::string companion_path(const std::string &path, const char *label);
+enum FileKind { KIND_MAIN, KIND_MATTE, KIND_DEPTH };
+constexpr FileKind COMPANIONS[] = {KIND_MATTE, KIND_DEPTH};
+
+// "matte" or "depth".
+[[nodiscard]] const char *kind_name(FileKind kind);
+
+// The companion of the file `path`; "" when its name is too long.
+[[nodiscard]] std::string companion_path(const std::string &path, FileKind kind);
 
 // The paths of a picture: one of each kind, or two, the even field first. Standard input has no
 // companions; otherwise their paths are given whether they exist or not.
 struct FileSet {
     bool fields = false;
-    std::vector<std::string> main;
-    std::vector<std::string> matte;
-    std::vector<std::string> depth;
+    Names paths[3]; // by FileKind
 };
 
 // Finds the main file of the picture `name`, with `search` also in the directories of KV_IMG_DIR.

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 struct PictureShape {
     int32_t width = 0;
@@ -18,45 +19,64 @@ struct PictureShape {
     float pixel_aspect = 1; // width to height of a pixel as shown
 };
 
-// Where the matte and the depth of a picture stand in its row array.
-inline int matte_index(const PictureShape &shape)
+// Where the matte and the depth of a picture stand in its row array. What stands before the depth
+// are bytes.
+inline size_t matte_index(const PictureShape &shape)
 {
     return shape.colour ? 3 : 0;
 }
 
-inline int depth_index(const PictureShape &shape)
+inline size_t depth_index(const PictureShape &shape)
 {
     return matte_index(shape) + (shape.matte ? 1 : 0);
 }
 
-// A picture that is being written. Both functions have complained unless they return EXIT_FINE. The
-// stream that the picture goes to is the caller's, and outlives the writer.
+// Buffers for a row of the shape; `array` is what the module and the readers take.
+struct RowBuffers {
+    std::vector<std::vector<int32_t>> buffers;
+    std::vector<void *> array;
+
+    explicit RowBuffers(const PictureShape &shape)
+    {
+        const auto width = static_cast<size_t>(shape.width);
+        buffers.resize(depth_index(shape), std::vector<int32_t>((width + 3) / 4));
+        if (shape.depth) {
+            buffers.emplace_back(width);
+        }
+        for (std::vector<int32_t> &buffer : buffers) {
+            array.push_back(buffer.data());
+        }
+    }
+};
+
+// A picture that is being written. Both functions throw a Failure. The stream that the picture goes
+// to is the caller's, and outlives the writer.
 struct RowWriter {
     virtual ~RowWriter() = default;
-    [[nodiscard]] virtual ExitCode write_row(void *const *rows) = 0;
+    virtual void write_row(void *const *rows) = 0;
     // Writes what follows the last row; buffers of the stream may still hold some of it.
-    [[nodiscard]] virtual ExitCode finish() = 0;
+    virtual void finish() = 0;
 };
 
-// A picture that is being read, the stream as with RowWriter. Both functions have complained unless
-// they return EXIT_FINE: EXIT_DAMAGED for what is in the file, EXIT_IO for what keeps it from being
-// read.
+// A picture that is being read, the stream as with RowWriter. Both functions throw a Failure:
+// EXIT_DAMAGED for what is in the file, EXIT_IO for what keeps it from being read.
 struct RowReader {
     PictureShape shape;
+    std::vector<std::string> notes; // what is left out or changed, a line each; whole after finish
     virtual ~RowReader() = default;
-    [[nodiscard]] virtual ExitCode read_row(void *const *rows) = 0;
+    virtual void read_row(void *const *rows) = 0;
     // Reads what follows the last row.
-    [[nodiscard]] virtual ExitCode finish() = 0;
+    virtual void finish() = 0;
 };
 
-// Complains of a picture that is larger than a PIX file can be.
-[[nodiscard]] inline ExitCode check_size(const std::string &name, int64_t width, int64_t height)
+// Refuses a picture that is larger than a PIX file can be.
+inline void check_size(const std::string &name, int64_t width, int64_t height)
 {
-    if (width <= PIX_MAX_SIZE && height <= PIX_MAX_SIZE) {
-        return EXIT_FINE;
+    if (width > PIX_MAX_SIZE || height > PIX_MAX_SIZE) {
+        const std::string most = std::to_string(PIX_MAX_SIZE);
+        throw Failure(EXIT_DAMAGED, name,
+                      "cannot import: the picture has " + std::to_string(width) + " x " +
+                          std::to_string(height) + " pixels; PIX goes up to " + most + " x " +
+                          most);
     }
-    const std::string most = std::to_string(PIX_MAX_SIZE);
-    complain(name, "cannot import: the picture has " + std::to_string(width) + " x " +
-                       std::to_string(height) + " pixels; PIX goes up to " + most + " x " + most);
-    return EXIT_DAMAGED;
 }

@@ -1,5 +1,5 @@
 // What reading and writing PNG files have in common. libpng reports errors by jumping: every call
-// that may fail is made in a step that owns nothing, and `guarded` is where the jumps end.
+// that may fail is made in a step that owns nothing, and `guarded` turns the jump into a Failure.
 #pragma once
 
 #include "vorla/report.h"
@@ -13,36 +13,31 @@
 
 // A stream, and why libpng gave up on it.
 struct PngStream {
-    FILE *file = nullptr;
+    FILE *file;
     std::string name;
     char problem[160] = "";
 };
 
 inline void keep_error(png_structp png, png_const_charp message)
 {
-    PngStream *stream = static_cast<PngStream *>(png_get_error_ptr(png));
+    auto *stream = static_cast<PngStream *>(png_get_error_ptr(png));
     (void)snprintf(stream->problem, sizeof stream->problem, "%s", message);
     png_longjmp(png, 1);
 }
 
 inline void drop_warning(png_structp, png_const_charp) {}
 
-// Runs `step`; false when libpng jumped out of it, which passes by the destructors of its locals.
-// Then errno tells whether memory was missing.
+// Runs `step`, out of which libpng jumps past the destructors of its locals. Then throws a Failure
+// that begins with `what`: EXIT_IO when memory was missing or the stream has failed, else `code`.
 template <class Step>
-[[nodiscard]] bool guarded(png_structp png, const Step &step)
+void guarded(png_structp png, const std::string &what, ExitCode code, const Step &step)
 {
     errno = 0;
-    if (setjmp(png_jmpbuf(png)) != 0) {
-        return false;
+    if (setjmp(png_jmpbuf(png)) == 0) {
+        step();
+        return;
     }
-    step();
-    return true;
-}
-
-inline ExitCode fail_png(const PngStream &stream, const std::string &what, ExitCode code)
-{
-    const bool no_memory = errno == ENOMEM;
-    complain(stream.name, what + ": " + stream.problem);
-    return no_memory || ferror(stream.file) ? EXIT_IO : code;
+    const auto *stream = static_cast<const PngStream *>(png_get_error_ptr(png));
+    const bool failed = errno == ENOMEM || ferror(stream->file);
+    throw Failure(failed ? EXIT_IO : code, stream->name, what + ": " + stream->problem);
 }

@@ -1,6 +1,6 @@
 // Writing PNG files through libpng: pictures, and views of a depth. What belongs in which channel
 // is settled here; names and streams are the callers'.
-#include "vorla/png_file.h"
+#include "vorla/formats.h"
 #include "vorla/png_stream.h"
 
 #include "format/depth.h"
@@ -21,18 +21,22 @@ void flush_bytes(png_structp) {}
 
 struct PngWriter : RowWriter {
     PngStream stream;
+    PictureShape shape;
     png_structp png = nullptr;
     png_infop info = nullptr;
-    PictureShape shape;
     std::vector<uint8_t> packed; // a row as the file has it
 
+    PngWriter(FILE *file, const std::string &name, const PictureShape &picture)
+        : stream{file, name}, shape(picture)
+    {
+    }
     ~PngWriter() override
     {
         png_destroy_write_struct(&png, &info);
     }
     virtual void pack(void *const *rows);
-    ExitCode write_row(void *const *rows) override;
-    ExitCode finish() override;
+    void write_row(void *const *rows) override;
+    void finish() override;
 };
 
 // Interleaves the bytes of the channels that the file takes.
@@ -47,23 +51,22 @@ void PngWriter::pack(void *const *rows)
     }
 }
 
-ExitCode PngWriter::write_row(void *const *rows)
+void PngWriter::write_row(void *const *rows)
 {
     pack(rows);
-    const bool good = guarded(png, [this] { png_write_row(png, packed.data()); });
-    return good ? EXIT_FINE : fail_png(stream, "cannot write", EXIT_IO);
+    guarded(png, "cannot write", EXIT_IO, [this] { png_write_row(png, packed.data()); });
 }
 
-ExitCode PngWriter::finish()
+void PngWriter::finish()
 {
-    const bool good = guarded(png, [this] { png_write_end(png, nullptr); });
-    return good ? EXIT_FINE : fail_png(stream, "cannot write", EXIT_IO);
+    guarded(png, "cannot write", EXIT_IO, [this] { png_write_end(png, nullptr); });
 }
 
 // A picture of the depth alone.
 struct DepthViewWriter final : PngWriter {
     DepthRange range;
 
+    using PngWriter::PngWriter;
     void pack(void *const *rows) override;
 };
 
@@ -82,7 +85,7 @@ void DepthViewWriter::pack(void *const *rows)
     }
 }
 
-// What begins a file, after its stream, name and shape have been set.
+// What begins a file.
 struct PngStart {
     int colour_type;
     size_t channels;
@@ -108,50 +111,38 @@ void write_beginning(PngWriter *writer, const PngStart &start)
     png_write_info(writer->png, writer->info);
 }
 
-std::unique_ptr<RowWriter> start_writer(std::unique_ptr<PngWriter> writer, const PngStart &start)
+void start_writer(PngWriter *writer, const PngStart &start)
 {
-    PngWriter *raw = writer.get();
-    raw->packed.resize(static_cast<size_t>(raw->shape.width) * start.channels *
-                       static_cast<size_t>(start.bits / 8));
-    raw->png =
-        png_create_write_struct(PNG_LIBPNG_VER_STRING, &raw->stream, keep_error, drop_warning);
-    raw->info = raw->png ? png_create_info_struct(raw->png) : nullptr;
-    if (!raw->info) {
-        complain(raw->stream.name, "cannot write: libpng does not start");
-        return nullptr;
+    writer->packed.resize(static_cast<size_t>(writer->shape.width) * start.channels *
+                          static_cast<size_t>(start.bits / 8));
+    writer->png =
+        png_create_write_struct(PNG_LIBPNG_VER_STRING, &writer->stream, keep_error, drop_warning);
+    writer->info = writer->png ? png_create_info_struct(writer->png) : nullptr;
+    if (!writer->info) {
+        throw Failure(EXIT_IO, writer->stream.name, "cannot write: libpng does not start");
     }
-    if (!guarded(raw->png, [raw, &start] { write_beginning(raw, start); })) {
-        (void)fail_png(raw->stream, "cannot write", EXIT_IO);
-        return nullptr;
-    }
-    return writer;
+    guarded(writer->png, "cannot write", EXIT_IO, [=, &start] { write_beginning(writer, start); });
 }
 
 } // namespace
 
+// RGB, RGBA with the matte as alpha, or grey for a matte alone; depth is passed over.
 std::unique_ptr<RowWriter> start_png(FILE *stream, const std::string &name,
-                                     const PictureShape &shape)
+                                     const PictureShape &shape, const WriteOptions & /*options*/)
 {
-    auto writer = std::make_unique<PngWriter>();
-    writer->stream.file = stream;
-    writer->stream.name = name;
-    writer->shape = shape;
-    if (!shape.colour) {
-        return start_writer(std::move(writer), {PNG_COLOR_TYPE_GRAY, 1, 8, ""});
-    }
-    return start_writer(std::move(writer), shape.matte
-                                               ? PngStart{PNG_COLOR_TYPE_RGB_ALPHA, 4, 8, ""}
-                                               : PngStart{PNG_COLOR_TYPE_RGB, 3, 8, ""});
+    auto writer = std::make_unique<PngWriter>(stream, name, shape);
+    start_writer(writer.get(), !shape.colour ? PngStart{PNG_COLOR_TYPE_GRAY, 1, 8, ""}
+                               : shape.matte ? PngStart{PNG_COLOR_TYPE_RGB_ALPHA, 4, 8, ""}
+                                             : PngStart{PNG_COLOR_TYPE_RGB, 3, 8, ""});
+    return writer;
 }
 
 std::unique_ptr<RowWriter> start_depth_view(FILE *stream, const std::string &name,
                                             const PictureShape &shape, const DepthRange &range,
                                             const std::string &comment)
 {
-    auto writer = std::make_unique<DepthViewWriter>();
-    writer->stream.file = stream;
-    writer->stream.name = name;
-    writer->shape = shape;
+    auto writer = std::make_unique<DepthViewWriter>(stream, name, shape);
     writer->range = range;
-    return start_writer(std::move(writer), {PNG_COLOR_TYPE_GRAY, 1, 16, comment});
+    start_writer(writer.get(), {PNG_COLOR_TYPE_GRAY, 1, 16, comment});
+    return writer;
 }

@@ -3,35 +3,49 @@
 #include "vorla/commands.h"
 #include "vorla/spool.h"
 
-#include <errno.h>
-#include <string.h>
 #include <unistd.h>
+
+#include <cstdio>
 
 namespace {
 
 // Asks about one file, standard input included.
-ExitCode probe_file(const Session &session, const std::string &path, std::string *why)
+bool is_pix(const Session &session, const std::string &path, const std::string &shown)
 {
     const bool standard = path == "/dev/stdin";
-    if (standard && make_input_seekable(why) != EXIT_FINE) {
-        return EXIT_IO;
+    if (standard) {
+        make_input_seekable();
     }
-    FILE *stream = standard ? stdin : fopen(path.c_str(), "r");
+    FILE *stream = standard ? stdin : fopen(path.c_str(), "re");
     if (!stream) {
-        *why = std::string("cannot open: ") + strerror(errno);
-        return EXIT_IO;
+        fail_system(shown, "cannot open");
     }
     clearerr(stream);
     errno = 0;
-    const bool is_pix = session.module.is_file(path.c_str(), stream) == 1;
-    const bool failed = !is_pix && ferror(stream) != 0;
-    if (failed) {
-        *why = std::string("cannot read: ") + strerror(errno);
-    }
+    const bool answer = session.module.is_file(path.c_str(), stream) == 1;
+    const int reason = !answer && ferror(stream) != 0 ? errno : 0;
     if (!standard) {
         (void)fclose(stream);
     }
-    return failed ? EXIT_IO : is_pix ? EXIT_FINE : EXIT_DAMAGED;
+    if (reason != 0) {
+        fail_system(shown, "cannot read", reason);
+    }
+    return answer;
+}
+
+ExitCode probe(const Session &session, const std::string &file)
+{
+    const bool standard = file == "-" || file == "/dev/stdin";
+    const std::string shown = standard ? "standard input" : file;
+    const std::string path = standard ? "/dev/stdin" : file;
+    const bool is_there = access(path.c_str(), F_OK) == 0;
+    bool good = true;
+    for (const std::string &part :
+         is_there ? Names{path} : find_files(path, session.search).paths[KIND_MAIN]) {
+        good = is_pix(session, part, standard ? shown : part) && good;
+    }
+    print_line(shown + (good ? ": PIX" : ": not PIX"));
+    return good ? EXIT_FINE : EXIT_DAMAGED;
 }
 
 } // namespace
@@ -40,23 +54,7 @@ ExitCode run_probe(const Session &session, const Names &files)
 {
     ExitCode code = EXIT_FINE;
     for (const std::string &file : files) {
-        const bool standard = file == "-" || file == "/dev/stdin";
-        const std::string shown = standard ? "standard input" : file;
-        const std::string path = standard ? "/dev/stdin" : file;
-        const bool is_there = access(path.c_str(), F_OK) == 0;
-        ExitCode answer = EXIT_FINE;
-        for (const std::string &part :
-             is_there ? Names{path} : find_files(path, session.search).main) {
-            std::string why;
-            answer = worst(answer, probe_file(session, part, &why));
-            if (!why.empty()) {
-                complain(standard ? shown : part, why);
-            }
-        }
-        if (answer != EXIT_IO) {
-            print_line(shown + (answer == EXIT_FINE ? ": PIX" : ": not PIX"));
-        }
-        code = worst(code, answer);
+        code = worst(code, attempt([&] { return probe(session, file); }));
     }
     return code;
 }

@@ -4,73 +4,54 @@
 #include "vorla/report.h"
 
 #include <stdio.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <algorithm>
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr auto FIRST_AFTER = std::chrono::milliseconds(500);
 constexpr auto THEN_EVERY = std::chrono::milliseconds(100);
 
-struct Work {
-    std::string file;
-    int64_t total = 0;
-    const char *unit = "";
-    Clock::time_point next; // the line is not drawn before
-    bool wanted = false;
-    bool shown = false;
-};
-
-Work work;
-bool quiet = false;
+const Progress *outermost = nullptr;
+bool shown = false;
 
 } // namespace
 
-void start_progress(const std::string &file, int64_t total, const char *unit)
+Progress::Progress(const std::string &name, int64_t steps, const char *called)
+    : file(one_line(name)), total(steps), unit(called),
+      wanted(!outermost && !is_quiet() && isatty(STDERR_FILENO) == 1),
+      next(std::chrono::steady_clock::now() + FIRST_AFTER)
 {
-    end_progress();
-    work.file = one_line(file);
-    work.total = total;
-    work.unit = unit;
-    work.next = Clock::now() + FIRST_AFTER;
-    work.wanted = !quiet && isatty(STDERR_FILENO) == 1;
+    outermost = outermost ? outermost : this;
 }
 
-void show_progress(int64_t done)
+Progress::~Progress()
 {
-    if (!work.wanted) {
+    if (outermost == this) {
+        outermost = nullptr;
+        wipe_progress();
+    }
+}
+
+void Progress::show(int64_t done)
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (!wanted || now < next) {
         return;
     }
-    const Clock::time_point now = Clock::now();
-    if (now < work.next) {
-        return;
-    }
-    work.next = now + THEN_EVERY;
-    work.shown = true;
-    fprintf(stderr, "\rvorla: %s%s%lld of %lld %s\033[K", work.file.c_str(),
-            work.file.empty() ? "" : ": ", static_cast<long long>(done),
-            static_cast<long long>(work.total), work.unit);
+    next = now + THEN_EVERY;
+    shown = true;
+    const std::string line = "vorla: " + file + (file.empty() ? "" : ": ") + std::to_string(done) +
+                             " of " + std::to_string(total) + " " + unit;
+    fprintf(stderr, "\r%s\033[K", line.c_str());
 }
 
 void wipe_progress()
 {
-    if (work.shown) {
-        fputs("\r\033[K", stderr);
-        work.shown = false;
+    if (shown && isatty(STDERR_FILENO) == 1) {
+        (void)fputs("\r\033[K", stderr);
     }
-}
-
-void end_progress()
-{
-    wipe_progress();
-    work.wanted = false;
-}
-
-void be_quiet()
-{
-    quiet = true;
-    end_progress();
+    shown = false;
 }

@@ -2,20 +2,29 @@
 // half a second, never when quiet.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
-// Starts a piece of work of `total` steps, called `unit` ("rows", "files"), on `file`.
-void start_progress(const std::string &file, int64_t total, const char *unit);
+// A piece of work of `total` steps, called `unit` ("rows", "files"), on `file`. While one lives,
+// those that are made within its work show nothing. The line goes with it.
+class Progress {
+  public:
+    Progress(const std::string &file, int64_t total, const char *unit);
+    ~Progress();
+    Progress(const Progress &) = delete;
+    Progress &operator=(const Progress &) = delete;
 
-// So many steps are done.
-void show_progress(int64_t done);
+    // So many steps are done.
+    void show(int64_t done);
 
-// Clears the line.
-void end_progress();
+  private:
+    std::string file;
+    int64_t total;
+    const char *unit;
+    bool wanted;
+    std::chrono::steady_clock::time_point next; // the line is not drawn before
+};
 
 // Clears the line for now, so that something else can be written there.
 void wipe_progress();
-
-// Turns progress off for good.
-void be_quiet();

@@ -1,38 +1,55 @@
-// Complaints and results, and what becomes of the module's messages.
+// Complaints, notes and results, and the flag that an interrupt sets.
 #include "vorla/report.h"
 
-#include "standin/standin.h"
 #include "vorla/progress.h"
 
-#include <errno.h>
+#include <signal.h>
 #include <string.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <cstdio>
+#include <new>
 
 namespace {
 
-std::string subject;
-std::vector<std::string> *kept_messages = nullptr;
-std::vector<int> issued; // numbers of messages since the subject was set
-int output_error = 0;    // of the first line that could not be written
+bool quiet = false;
+int output_error = 0; // of the first line that could not be written
+volatile sig_atomic_t signal_seen = 0;
 
 void note_output_error()
 {
     output_error = output_error == 0 ? errno : output_error;
 }
 
-void take_message(const StandinMessage &message, void * /*context*/)
+extern "C" void keep_signal(int number)
 {
-    issued.push_back(message.set == 0 ? 0 : message.number);
-    if (kept_messages) {
-        kept_messages->emplace_back(message.text);
-    } else {
-        complain(subject, message.text);
-    }
+    signal_seen = number;
 }
 
 } // namespace
+
+// --- Words ----------------------------------------------------------------------------------
+
+void fail_system(const std::string &file, const std::string &what, int reason)
+{
+    throw Failure(EXIT_IO, file, what + ": " + strerror(reason));
+}
+
+ExitCode attempt(const std::function<ExitCode()> &work)
+{
+    try {
+        return work();
+    } catch (const Failure &failure) {
+        check_interrupt(); // it may be the reason
+        complain(failure.file, failure.what());
+        return failure.code;
+    } catch (const std::bad_alloc &) {
+        complain("", strerror(ENOMEM));
+    } catch (const std::exception &problem) {
+        complain("", problem.what());
+    }
+    return EXIT_IO;
+}
 
 std::string one_line(std::string text)
 {
@@ -47,35 +64,45 @@ void complain(const std::string &file, const std::string &what)
 {
     static std::string last;
     const std::string line = one_line("vorla: " + file + (file.empty() ? "" : ": ") + what);
-    if (line == last) {
-        return;
+    if (line != last) {
+        last = line;
+        pass_on("", line + "\n");
     }
-    last = line;
-    wipe_progress();
-    if (fflush(stdout) != 0) { // in one log, results and complaints stay in order
-        note_output_error();
-    }
-    fprintf(stderr, "%s\n", line.c_str());
 }
 
-void set_subject(const std::string &file, std::vector<std::string> *kept)
+void note(const std::string &file, const std::string &what)
 {
-    subject = file;
-    kept_messages = kept;
-    issued.clear();
-    standin_set_sink(take_message, nullptr);
+    if (!quiet) {
+        complain(file, what);
+    }
 }
 
-bool module_said(int number)
+void be_quiet()
 {
-    return std::find(issued.begin(), issued.end(), number) != issued.end();
+    quiet = true;
+}
+
+bool is_quiet()
+{
+    return quiet;
 }
 
 void print_line(const std::string &line)
 {
+    pass_on(one_line(line) + "\n", "");
+}
+
+void pass_on(const std::string &results, const std::string &complaints)
+{
     wipe_progress();
-    if (fputs(one_line(line).c_str(), stdout) == EOF || putchar('\n') == EOF) {
+    if (fputs(results.c_str(), stdout) == EOF) {
         note_output_error();
+    }
+    if (!complaints.empty()) {
+        if (fflush(stdout) != 0) { // in one log, results and complaints stay in order
+            note_output_error();
+        }
+        (void)fputs(complaints.c_str(), stderr);
     }
 }
 
@@ -92,4 +119,29 @@ ExitCode finish_output(ExitCode code)
     }
     complain("standard output", std::string("cannot write: ") + strerror(output_error));
     return worst(code, EXIT_IO);
+}
+
+// --- Interrupts -----------------------------------------------------------------------------
+
+void catch_interrupts()
+{
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction action = {};
+        if (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {
+            action.sa_handler = keep_signal;
+            (void)sigaction(number, &action, nullptr);
+        }
+    }
+}
+
+void check_interrupt()
+{
+    if (signal_seen != 0) {
+        throw Interrupted();
+    }
+}
+
+int interrupt_signal()
+{
+    return signal_seen;
 }

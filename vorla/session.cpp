@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
@@ -12,6 +13,15 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char *MODULE_FILE = "VYNVorla.so";
+
+std::vector<std::string> texts;
+std::vector<int> numbers;
+
+void take_message(const StandinMessage &message, void * /*context*/)
+{
+    texts.emplace_back(message.text);
+    numbers.push_back(message.set == 0 ? 0 : message.number);
+}
 
 // Beside the program, unless the module is only in the place where it is installed. Empty when
 // nobody says where the program is.
@@ -40,26 +50,45 @@ std::string find_module(const std::string &path)
 
 } // namespace
 
-ExitCode load_module(const std::string &path, Session *session)
+Session::Session(const std::string &path)
 {
     std::string file = find_module(path);
     if (file.empty()) {
-        complain(MODULE_FILE, "cannot find the module: /proc does not tell where vorla is; "
-                              "--module or $VORLA_MODULE names it");
-        return EXIT_MODULE;
+        throw Failure(EXIT_MODULE, MODULE_FILE,
+                      "cannot find the module: /proc does not tell where vorla is; --module or "
+                      "$VORLA_MODULE names it");
     }
     if (file.find('/') == std::string::npos) {
         file.insert(0, "./"); // the loader would look for a bare name among the libraries
     }
-    session->module_path = file;
-    const char *failure = standin_load(file.c_str(), &session->module);
-    if (!failure) {
-        return EXIT_FINE;
+    module_path = file;
+    if (const char *failure = standin_load(file.c_str(), &module)) {
+        std::string why = failure;
+        if (why.starts_with(file + ": ")) {
+            why.erase(0, file.size() + 2);
+        }
+        throw Failure(EXIT_MODULE, file, "cannot load the module: " + why);
     }
-    std::string why = failure;
-    if (why.starts_with(file + ": ")) {
-        why.erase(0, file.size() + 2);
-    }
-    complain(file, "cannot load the module: " + why);
-    return EXIT_MODULE;
+    standin_set_sink(take_message, nullptr);
+}
+
+Session::~Session()
+{
+    standin_unload(&module);
+}
+
+const std::vector<std::string> &module_messages()
+{
+    return texts;
+}
+
+void forget_messages()
+{
+    texts.clear();
+    numbers.clear();
+}
+
+bool module_said(int number)
+{
+    return std::find(numbers.begin(), numbers.end(), number) != numbers.end();
 }

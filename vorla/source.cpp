@@ -1,134 +1,98 @@
 // Opening pictures through the module and reading their rows, with sentences for what goes wrong.
-// What headers say is told in headers.cpp.
+// What is wrong with files themselves is told in faults.cpp.
 #include "vorla/source.h"
 
 #include "host/messages.h"
-#include "vorla/headers.h"
 #include "vorla/spool.h"
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <string.h>
+#include <sys/stat.h>
 
-#include <algorithm>
+#include <cmath>
+#include <filesystem>
 
 namespace {
 
-bool exists(const std::string &path)
-{
-    return faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
-}
+using Handle = std::unique_ptr<ImageHandle, CloseImage>;
 
-// Opens a handle on the picture with a channel choice, -1 for none. Result as of imageReadOpen; the
-// handle is gone when it is 0.
-int32_t open_handle(const Source &source, int32_t channels, ImageHandle **handle)
+// Opens a handle on the picture with a channel choice. `result` is that of imageReadOpen; the
+// handle is null, and errno as the module left it, when that is 0.
+Handle open_handle(const Source &source, int32_t channels, int32_t *result)
 {
-    *handle = standin_new_reader(source.opened.c_str());
-    (*handle)->name_is_exact = source.session->search ? 0 : 1;
-    if (channels >= 0) {
-        standin_request(*handle, PIX_CAP_INPUT_CHANNELS, channels);
+    ImageHandle *handle = standin_new_reader(source.opened.c_str());
+    handle->name_is_exact = source.session.search ? 0 : 1;
+    if (channels != PIX_CHANNELS_UNDECIDED) {
+        standin_request(handle, PIX_CAP_INPUT_CHANNELS, channels);
     }
+    forget_messages();
     vyn__err = 0;
     errno = 0; // so that a file that ends is told from one that cannot be read
-    const int32_t result = source.session->module.read_open(*handle);
-    if (result == 0) {
+    *result = source.session.module.read_open(handle);
+    if (*result == 0) {
         const int reason = errno;
-        vyn__free_obj(*handle);
-        *handle = nullptr;
+        vyn__free_obj(handle);
+        handle = nullptr;
         errno = reason;
     }
-    return result;
+    return Handle(handle);
+}
+
+bool is_chosen(int32_t channels, FileKind kind)
+{
+    return channels == PIX_CHANNELS_UNDECIDED || channels == PIX_CHANNELS_RGB_MATTE_Z ||
+           (kind == KIND_MATTE && channels == PIX_CHANNELS_RGB_MATTE);
 }
 
 // --- Failed opens ---------------------------------------------------------------------------
 
-// The main file cannot be opened, for `reason`, or only one of two fields can.
-ExitCode explain_missing(const FileSet &files, int reason, std::string *why)
+// The module has refused the picture; `reason` is the errno that it left.
+[[noreturn]] void explain_open(const Source &source, int reason)
 {
-    if (files.fields) {
-        for (size_t field = 0; field < 2; ++field) {
-            if (!is_readable(files.main[field])) {
-                *why = "cannot open the field " + files.main[field] + ": " + strerror(errno);
-                return EXIT_IO;
-            }
-        }
-    }
-    // The module tries the names of the fields last, and what it says is about those.
-    if (exists(files.main[0]) && !is_readable(files.main[0])) {
-        reason = errno;
-    }
-    *why = std::string("cannot open: ") + strerror(reason > 0 ? reason : ENOENT);
-    return EXIT_IO;
-}
-
-// The main file is open, but its header is not what the module wants.
-ExitCode explain_refusal(const FileSet &files, const std::string &words, std::string *why)
-{
-    const Header header = read_header(files, KIND_MAIN);
-    if (header.error != 0) {
-        *why = std::string("cannot read: ") + strerror(header.error);
-        return EXIT_IO;
-    }
-    const std::string fault = header_fault(files, KIND_MAIN);
-    *why = "not PIX: " + (fault.empty() ? words : fault);
-    return EXIT_DAMAGED;
-}
-
-// Says why the module has refused the picture; `reason` is the errno that it left, `words` its last
-// message.
-ExitCode explain_open(const FileSet &files, int reason, const std::string &words, std::string *why)
-{
+    const std::string words = module_messages().empty() ? "" : module_messages().back();
     if (vyn__err == PIX_NO_MEMORY) {
-        *why = "cannot open: " + std::string(strerror(ENOMEM));
-        return EXIT_IO;
+        fail_system(source.name, "cannot open", ENOMEM);
+    }
+    if (const auto fault = find_fault(source.files, KIND_MAIN)) {
+        throw Failure(fault->code, source.name,
+                      (fault->code == EXIT_IO ? "" : "not PIX: ") + fault->sentence);
+    }
+    for (const FileKind kind : COMPANIONS) { // one that cannot be opened is dropped
+        const auto fault = is_chosen(source.session.channels, kind) ? find_fault(source.files, kind)
+                                                                    : std::nullopt;
+        if (fault && fault->refuses) {
+            throw Failure(fault->code, source.name, fault->sentence);
+        }
     }
     if (module_said(message_number(PIX_MSG_INVALID_HEADER))) {
-        return explain_refusal(files, words, why);
+        throw Failure(EXIT_DAMAGED, source.name, "not PIX: " + words);
     }
-    if (module_said(message_number(PIX_MSG_CANNOT_OPEN))) {
-        const bool unreadable = module_said(0); // it was opened, then
-        if (unreadable && reason == ESPIPE) {
-            *why = std::string("cannot read: ") + strerror(reason);
-            return EXIT_IO;
-        }
-        return unreadable ? explain_refusal(files, words, why)
-                          : explain_missing(files, reason, why);
-    }
-    for (const FileKind kind : {KIND_MATTE, KIND_DEPTH}) { // one that cannot be opened is dropped
-        const std::vector<std::string> &paths = paths_of(files, kind);
-        *why =
-            std::all_of(paths.begin(), paths.end(), is_readable) ? refused_header(files, kind) : "";
-        if (!why->empty()) {
-            return read_header(files, kind).error > 0 ? EXIT_IO : EXIT_DAMAGED;
-        }
-    }
-    *why = words;
-    return EXIT_DAMAGED;
+    fail_system(source.name, "cannot open", reason > 0 ? reason : ENOENT);
 }
 
 // --- Dropped companions ---------------------------------------------------------------------
 
-void note_dropped(Source *source, FileKind kind, const std::string &words)
+void note_dropped(Source *source, FileKind kind)
 {
-    const std::vector<std::string> &paths = paths_of(source->files, kind);
-    if (std::any_of(paths.begin(), paths.end(), exists)) {
-        const std::string fault = header_fault(source->files, kind);
-        const bool unreadable = read_header(source->files, kind).error != 0;
-        const std::string last = words.empty() ? "the name of its companion is too long" : words;
-        source->dropped.push_back({kind_name(kind), fault.empty() ? last : fault,
-                                   unreadable || fault.empty() ? EXIT_IO : EXIT_DAMAGED});
+    for (const std::string &path : source->files.paths[kind]) {
+        if (may_exist(path)) {
+            const auto fault = find_fault(source->files, kind);
+            source->dropped.push_back(
+                {kind_name(kind),
+                 fault ? fault->sentence : std::string("the ") + kind_name(kind) + " is not opened",
+                 fault ? fault->code : EXIT_IO});
+            return;
+        }
     }
 }
 
 // A picture without colour has no companions, and those that were not asked for are not missing.
-void find_dropped(Source *source, const std::string &words)
+void find_dropped(Source *source)
 {
-    const int32_t channels = source->session->channels;
-    if (source->colour && !source->matte && channels != PIX_CHANNELS_RGB) {
-        note_dropped(source, KIND_MATTE, words);
-    }
-    if (source->colour && !source->depth &&
-        (channels == PIX_CHANNELS_UNDECIDED || channels == PIX_CHANNELS_RGB_MATTE_Z)) {
-        note_dropped(source, KIND_DEPTH, words);
+    for (const FileKind kind : COMPANIONS) {
+        const bool open = kind == KIND_MATTE ? source->shape.matte : source->shape.depth;
+        if (source->shape.colour && !open && is_chosen(source->session.channels, kind)) {
+            note_dropped(source, kind);
+        }
     }
 }
 
@@ -136,145 +100,119 @@ void find_dropped(Source *source, const std::string &words)
 
 bool has_row(const Source &source, int32_t channels, int32_t scanline)
 {
-    ImageHandle *handle = nullptr;
-    const int32_t result = open_handle(source, channels, &handle);
+    int32_t result = 0;
+    const Handle handle = open_handle(source, channels, &result);
     void **rows = nullptr;
-    const bool good =
-        result == 1 && handle->scanline_proc(handle->priv->state, scanline, &rows) == 0;
-    if (handle) {
-        (void)handle->close_proc(handle);
-    }
-    return good;
+    return result == 1 && handle->scanline_proc(handle->priv->state, scanline, &rows) == 0;
 }
 
 // Finds the kind of file in which a row cannot be read, by reading it again with fewer kinds.
 FileKind find_guilty(const Source &source, int32_t scanline)
 {
-    if (!source.colour || !has_row(source, PIX_CHANNELS_RGB, scanline)) {
+    const PictureShape &shape = source.shape;
+    if (!shape.colour || !has_row(source, PIX_CHANNELS_RGB, scanline)) {
         return KIND_MAIN;
     }
-    const bool is_matte =
-        source.matte && (!source.depth || !has_row(source, PIX_CHANNELS_RGB_MATTE, scanline));
-    if (is_matte) {
+    if (shape.matte && (!shape.depth || !has_row(source, PIX_CHANNELS_RGB_MATTE, scanline))) {
         return KIND_MATTE;
     }
-    return source.depth ? KIND_DEPTH : KIND_MAIN;
+    return shape.depth ? KIND_DEPTH : KIND_MAIN;
 }
 
-std::string explain_row(const Source &source, int32_t row, bool undecodable, int reason)
+// The module could not read the row; `reason` is the errno that it left.
+[[noreturn]] void explain_row(const Source &source, int32_t row, int reason)
 {
-    const int32_t scanline = source.height - 1 - row;
+    const bool undecodable = module_said(message_number(PIX_MSG_CANNOT_DECODE));
+    const int32_t scanline = source.shape.height - 1 - row;
     const FileKind kind = find_guilty(source, scanline);
-    const std::string &path = paths_of(source.files, kind)[source.files.fields ? row & 1 : 0];
+    const std::string &path = source.files.paths[kind][source.files.fields ? row & 1 : 0];
     const std::string file = kind == KIND_MAIN && !source.files.fields ? "the file" : path;
+    const std::string number = std::to_string(scanline);
     if (undecodable) {
-        return "cannot decode scanline " + std::to_string(scanline) + ": the runs in " + file +
-               " add up to more than " + std::to_string(source.width) + " pixels";
+        throw Failure(EXIT_DAMAGED, source.name,
+                      "cannot decode scanline " + number + ": the runs in " + file +
+                          " add up to more than " + std::to_string(source.shape.width) + " pixels");
     }
-    return "cannot read scanline " + std::to_string(scanline) + ": " + file +
-           (reason > 0 ? std::string(": ") + strerror(reason) : " ends too early");
+    throw Failure(reason == 0 ? EXIT_DAMAGED : EXIT_IO, source.name,
+                  "cannot read scanline " + number + ": " + file +
+                      (reason > 0 ? std::string(": ") + strerror(reason) : " ends too early"));
+}
+
+// --- Open pictures --------------------------------------------------------------------------
+
+void describe(Source *source)
+{
+    const ImageInfo &info = *source->handle->info;
+    PictureShape &shape = source->shape;
+    if (info.width == 0 || info.height == 0) {
+        throw Failure(EXIT_DAMAGED, source->name,
+                      "not PIX: its header says " + std::to_string(info.width) + " x " +
+                          std::to_string(info.height) + " pixels");
+    }
+    shape = {info.width, info.height, info.channel_count == 3, info.matte_count == 1,
+             info.aux_count == 1};
+    if (strcmp(info.format_label, PIX_LABEL_FORMAT.text) != 0) {
+        // Six digits, which is what the aspects have, so that square pixels are 1.
+        const double aspect = double{info.aspect} * info.height / info.width;
+        shape.pixel_aspect = static_cast<float>(std::round(aspect * 1e6) / 1e6);
+    }
 }
 
 } // namespace
 
-// --- The interface --------------------------------------------------------------------------
-
-ExitCode try_open_source(const Session &session, const std::string &name, Source *source,
-                         std::string *why)
+void CloseImage::operator()(ImageHandle *handle) const
 {
-    const bool standard = name == "-" || name == "/dev/stdin";
-    *source = {};
-    source->session = &session;
-    source->name = standard ? "standard input" : name;
-    source->opened = standard ? "/dev/stdin" : plain_name(name);
-    if (standard && make_input_seekable(why) != EXIT_FINE) {
-        return EXIT_IO;
+    (void)handle->close_proc(handle);
+}
+
+Source::Source(const Session &chosen, const std::string &picture) : session(chosen)
+{
+    const bool standard = picture == "-" || picture == "/dev/stdin";
+    name = standard ? "standard input" : picture;
+    opened = standard ? "/dev/stdin" : plain_name(picture);
+    if (standard) {
+        make_input_seekable();
     }
-    std::vector<std::string> kept = {""};
-    set_subject(source->name, &kept);
-    const int32_t result = open_handle(*source, session.channels, &source->handle);
+    reopen();
+    describe(this);
+    find_dropped(this);
+}
+
+void Source::reopen()
+{
+    int32_t result = 0;
+    handle.reset();
+    handle = open_handle(*this, session.channels, &result);
     const int reason = errno;
-    source->files = find_files(source->opened, session.search);
-    ExitCode code = EXIT_FINE;
-    if (result == 1) {
-        const ImageInfo &info = *source->handle->info;
-        source->width = info.width;
-        source->height = info.height;
-        source->colour = info.channel_count == 3;
-        source->matte = info.matte_count == 1;
-        source->depth = info.aux_count == 1;
-        find_dropped(source, kept.back());
-        if (info.width == 0 || info.height == 0) {
-            *why = "not PIX: its header says " + std::to_string(info.width) + " x " +
-                   std::to_string(info.height) + " pixels";
-            code = worst(EXIT_DAMAGED, close_source(source));
-        }
-    } else if (result == 0) {
-        code = explain_open(source->files, reason, kept.back(), why);
-    } else {
-        *why = "cannot open: " + std::string(strerror(ENOMEM));
-        code = worst(EXIT_IO, close_source(source));
+    files = find_files(opened, session.search);
+    if (result == 0) {
+        explain_open(*this, reason);
     }
-    set_subject(source->name);
-    return code;
+    if (result != 1) {
+        fail_system(name, "cannot open", ENOMEM);
+    }
 }
 
-ExitCode open_source(const Session &session, const std::string &name, Source *source)
+bool Source::fetch_row(int32_t row)
 {
-    std::string why;
-    const ExitCode code = try_open_source(session, name, source, &why);
-    if (code != EXIT_FINE) {
-        complain(source->name, why);
-    }
-    for (const Dropped &dropped : source->dropped) {
-        complain(source->name, dropped.reason + "; it is left out");
-    }
-    return code;
-}
-
-ExitCode code_of_dropped(const Source &source)
-{
-    ExitCode code = EXIT_FINE;
-    for (const Dropped &dropped : source.dropped) {
-        code = worst(code, dropped.code);
-    }
-    return code;
-}
-
-ExitCode try_read_row(Source *source, int32_t row, std::string *why)
-{
-    std::vector<std::string> kept;
-    set_subject(source->name, &kept);
+    check_interrupt();
+    forget_messages();
     errno = 0;
+    return handle->scanline_proc(handle->priv->state, shape.height - 1 - row, &rows) == 0;
+}
+
+void Source::read_row(int32_t row)
+{
+    if (!fetch_row(row)) {
+        explain_row(*this, row, errno);
+    }
+}
+
+ExitCode Source::code_of_dropped() const
+{
     ExitCode code = EXIT_FINE;
-    if (source->handle->scanline_proc(source->handle->priv->state, source->height - 1 - row,
-                                      &source->rows) != 0) {
-        const int reason = errno;
-        const bool undecodable = module_said(message_number(PIX_MSG_CANNOT_DECODE));
-        *why = explain_row(*source, row, undecodable, reason);
-        code = undecodable || reason == 0 ? EXIT_DAMAGED : EXIT_IO;
-    }
-    set_subject(source->name);
-    return code;
-}
-
-ExitCode read_row(Source *source, int32_t row)
-{
-    std::string why;
-    const ExitCode code = try_read_row(source, row, &why);
-    if (code != EXIT_FINE) {
-        complain(source->name, why);
+    for (const Dropped &companion : dropped) {
+        code = worst(code, companion.code);
     }
     return code;
-}
-
-ExitCode close_source(Source *source)
-{
-    if (!source->handle) {
-        return EXIT_FINE;
-    }
-    const int32_t result = source->handle->close_proc(source->handle);
-    source->handle = nullptr;
-    source->rows = nullptr;
-    return result == 0 ? EXIT_FINE : EXIT_IO;
 }

@@ -2,10 +2,12 @@
 #pragma once
 
 #include "standin/standin.h"
+#include "vorla/faults.h"
 #include "vorla/names.h"
-#include "vorla/report.h"
+#include "vorla/picture.h"
 #include "vorla/session.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,43 +15,39 @@
 struct Dropped {
     const char *kind; // "matte" or "depth"
     std::string reason;
-    ExitCode code; // EXIT_IO when it could not be opened or read, EXIT_DAMAGED when it does not fit
+    ExitCode code; // EXIT_IO when it could not be opened or read, else EXIT_DAMAGED
 };
 
-// A picture that is open for reading. `rows` is the module's array of the last row read: red, green
-// and blue if there is colour (one byte a pixel), then matte, then depth (int32_t a pixel).
+struct CloseImage {
+    void operator()(ImageHandle *handle) const;
+};
+
+// A picture that is open for reading. `rows` is the module's array of the last row read.
 struct Source {
-    ImageHandle *handle = nullptr;
-    std::string name; // as shown to the user
-    int32_t width = 0;
-    int32_t height = 0;
-    bool colour = false;
-    bool matte = false;
-    bool depth = false;
-    void **rows = nullptr;
-    const Session *session = nullptr;
+    const Session &session;
+    std::string name;   // as shown to the user
     std::string opened; // the name that the module got
-    FileSet files;      // companions that are not open included
+    std::unique_ptr<ImageHandle, CloseImage> handle;
+    PictureShape shape;
+    FileSet files; // companions that are not open included
     std::vector<Dropped> dropped;
+    void **rows = nullptr;
+
+    // Opens `picture`; "-" is standard input, which is spooled to a temporary file when it cannot
+    // seek. Throws a Failure.
+    Source(const Session &chosen, const std::string &picture);
+
+    // Reads row `row`, counted from the top (scanline height - 1 - row), into `rows`. Rows in
+    // increasing order cost the least. Throws a Failure: EXIT_DAMAGED, or EXIT_IO when the system
+    // gave a reason.
+    void read_row(int32_t row);
+
+    // The same without words: false when the row cannot be read.
+    [[nodiscard]] bool fetch_row(int32_t row);
+
+    // Opens the picture again, so that the files stand before the first row.
+    void reopen();
+
+    // The highest exit code of the companions that were dropped.
+    [[nodiscard]] ExitCode code_of_dropped() const;
 };
-
-// Opens `name`; "-" is standard input, which is spooled to a temporary file when it cannot seek.
-// Messages have been given when the result is not EXIT_FINE, and of companions that were dropped.
-[[nodiscard]] ExitCode open_source(const Session &session, const std::string &name, Source *source);
-
-// The same without a word: `why` says what went wrong, source->dropped what was dropped.
-[[nodiscard]] ExitCode try_open_source(const Session &session, const std::string &name,
-                                       Source *source, std::string *why);
-
-// The highest exit code of the companions that were dropped.
-[[nodiscard]] ExitCode code_of_dropped(const Source &source);
-
-// Reads row `row`, counted from the top (scanline height - 1 - row), into source->rows. Rows in
-// increasing order cost the least.
-[[nodiscard]] ExitCode read_row(Source *source, int32_t row);
-
-// The same without a word: `why` says what went wrong.
-[[nodiscard]] ExitCode try_read_row(Source *source, int32_t row, std::string *why);
-
-// Closes the picture; harmless on one that is not open.
-[[nodiscard]] ExitCode close_source(Source *source);

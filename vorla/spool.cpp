@@ -1,83 +1,72 @@
-// Spooling standard input.
+// Making and filling temporary files.
 #include "vorla/spool.h"
 
-#include <errno.h>
-#include <string.h>
+#include "vorla/report.h"
+
+#include <stdlib.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <vector>
 
 namespace {
 
-std::string failure(const std::string &what)
-{
-    return what + ": " + strerror(errno);
-}
-
-// Opens a temporary file that is gone when it is closed. -1, with errno, when it cannot.
-int open_temporary(std::string *path)
+std::string spool_path()
 {
     const char *directory = getenv("TMPDIR");
-    *path = std::string(directory && directory[0] != '\0' ? directory : "/tmp") + "/vorla-XXXXXX";
-    const int file = mkstemp(path->data());
-    if (file >= 0) {
-        unlink(path->c_str());
-    }
-    return file;
+    return std::string(directory && directory[0] != '\0' ? directory : "/tmp") + "/vorla-XXXXXX";
 }
 
-bool write_all(int file, const char *bytes, size_t size)
+void write_all(int file, const char *bytes, ssize_t size, const std::string &target)
 {
     while (size > 0) {
-        const ssize_t count = write(file, bytes, size);
-        if (count < 0 && errno != EINTR) {
-            return false;
+        const ssize_t count = write(file, bytes, static_cast<size_t>(size));
+        check_interrupt();
+        if (count < 0) {
+            fail_system(target, "cannot write");
         }
-        if (count > 0) {
-            bytes += count;
-            size -= static_cast<size_t>(count);
-        }
-    }
-    return true;
-}
-
-// Copies standard input to `file`. Returns what went wrong, or "".
-std::string copy_input(int file, const std::string &path)
-{
-    std::vector<char> block(size_t{1} << 16);
-    for (;;) {
-        const ssize_t count = read(STDIN_FILENO, block.data(), block.size());
-        if (count == 0) {
-            return "";
-        }
-        if (count < 0 && errno != EINTR) {
-            return failure("cannot read");
-        }
-        if (count > 0 && !write_all(file, block.data(), static_cast<size_t>(count))) {
-            return failure("cannot write to " + path);
-        }
+        bytes += count;
+        size -= count;
     }
 }
 
 } // namespace
 
-ExitCode make_input_seekable(std::string *why)
+int make_spool()
+{
+    std::string path = spool_path();
+    const int file = mkstemp(path.data());
+    if (file < 0) {
+        fail_system(path, "cannot make a temporary file");
+    }
+    unlink(path.c_str());
+    return file;
+}
+
+void copy_all(int from, const std::string &source, int to, const std::string &target)
+{
+    std::vector<char> block(size_t{1} << 16);
+    for (;;) {
+        const ssize_t count = read(from, block.data(), block.size());
+        check_interrupt();
+        if (count < 0) {
+            fail_system(source, "cannot read");
+        }
+        if (count == 0) {
+            return;
+        }
+        write_all(to, block.data(), count, target);
+    }
+}
+
+void make_input_seekable()
 {
     if (lseek(STDIN_FILENO, 0, SEEK_CUR) >= 0) {
-        return EXIT_FINE;
+        return;
     }
-    std::string path;
-    const int file = open_temporary(&path);
-    if (file < 0) {
-        *why = failure("cannot make " + path);
-        return EXIT_IO;
-    }
-    *why = copy_input(file, path);
-    if (why->empty() && dup2(file, STDIN_FILENO) < 0) {
-        *why = failure("cannot take " + path + " for it");
+    const int file = make_spool();
+    copy_all(STDIN_FILENO, "standard input", file, spool_path());
+    if (dup2(file, STDIN_FILENO) < 0) {
+        fail_system("standard input", "cannot be replaced by a temporary file");
     }
     close(file);
-    return why->empty() ? EXIT_FINE : EXIT_IO;
 }

@@ -1,6 +1,7 @@
 // `vorla verify`: decodes every row of every kind of file.
 #include "vorla/commands.h"
 #include "vorla/progress.h"
+#include "vorla/source.h"
 #include "vorla/walk.h"
 
 #include <filesystem>
@@ -8,61 +9,57 @@
 
 namespace {
 
-std::string kinds_of(const Source &source)
+std::string kinds_of(const PictureShape &shape)
 {
-    std::string kinds = source.colour ? ", colour" : "";
-    kinds += source.matte ? ", matte" : "";
-    kinds += source.depth ? ", depth" : "";
+    std::string kinds = shape.colour ? ", colour" : "";
+    kinds += shape.matte ? ", matte" : "";
+    kinds += shape.depth ? ", depth" : "";
     return kinds.substr(2);
 }
 
-// Finds the first row of an open picture that cannot be read.
-ExitCode find_defect(Source *source, bool shows_rows, std::string *defect)
-{
-    if (shows_rows) {
-        start_progress(source->name, source->height, "rows");
-    }
-    ExitCode code = EXIT_FINE;
-    for (int32_t row = 0; code == EXIT_FINE && row < source->height; ++row) {
-        code = try_read_row(source, row, defect);
-        if (shows_rows) {
-            show_progress(row + 1);
-        }
-    }
-    if (shows_rows) {
-        end_progress();
-    }
-    return code;
-}
-
-void print_defect(const Source &source, ExitCode code, const std::string &defect)
+// Results go to standard output, what kept them from being found to standard error.
+void print_defect(const std::string &name, ExitCode code, const std::string &defect)
 {
     if (code == EXIT_IO) {
-        complain(source.name, defect);
+        complain(name, defect);
     } else {
-        print_line(source.name + ": " + defect);
+        print_line(name + ": " + defect);
     }
 }
 
-ExitCode verify(const Session &session, const std::string &file, bool shows_rows)
+void read_rows(Source *source)
 {
-    Source source;
-    std::string defect;
-    ExitCode code = try_open_source(session, file, &source, &defect);
+    Progress progress(source->name, source->shape.height, "rows");
+    for (int32_t row = 0; row < source->shape.height; ++row) {
+        source->read_row(row);
+        progress.show(row + 1);
+    }
+}
+
+ExitCode verify_open(const Session &session, const std::string &file)
+{
+    Source source(session, file);
     for (const Dropped &dropped : source.dropped) {
-        print_defect(source, dropped.code, dropped.reason);
+        print_defect(source.name, dropped.code, dropped.reason);
     }
-    if (code == EXIT_FINE && source.dropped.empty()) {
-        code = find_defect(&source, shows_rows, &defect);
-        if (code == EXIT_FINE) {
-            print_line(source.name + ": ok (" + std::to_string(source.height) +
-                       (source.height == 1 ? " row; " : " rows; ") + kinds_of(source) + ")");
-        }
+    if (source.dropped.empty()) {
+        read_rows(&source);
+        const int32_t height = source.shape.height;
+        print_line(source.name + ": ok (" + std::to_string(height) +
+                   (height == 1 ? " row; " : " rows; ") + kinds_of(source.shape) + ")");
     }
-    if (!defect.empty()) {
-        print_defect(source, code, defect);
+    return source.code_of_dropped();
+}
+
+ExitCode verify(const Session &session, const std::string &file)
+{
+    try {
+        return verify_open(session, file);
+    } catch (const Failure &failure) {
+        check_interrupt();
+        print_defect(failure.file, failure.code, failure.what());
+        return failure.code;
     }
-    return worst(worst(code, code_of_dropped(source)), close_source(&source));
 }
 
 // Replaces directories by the pictures in them.
@@ -93,17 +90,11 @@ ExitCode run_verify(const Session &session, const Names &files, bool recursive)
 {
     Names pictures;
     ExitCode code = gather(session, files, recursive, &pictures);
-    const bool many = pictures.size() > 1;
-    if (many) {
-        start_progress("", static_cast<int64_t>(pictures.size()), "files");
-    }
+    Progress progress("", static_cast<int64_t>(pictures.size()), "files");
     int64_t done = 0;
     for (const std::string &picture : pictures) {
-        code = worst(code, verify(session, picture, !many));
-        if (many) {
-            show_progress(++done);
-        }
+        code = worst(code, attempt([&] { return verify(session, picture); }));
+        progress.show(++done);
     }
-    end_progress();
     return code;
 }

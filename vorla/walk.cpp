@@ -1,4 +1,5 @@
 // The walk, and what is left out of it.
+#include "vorla/faults.h"
 #include "vorla/walk.h"
 
 #include <unistd.h>
@@ -24,19 +25,18 @@ bool is_in_companion_directory(const std::string &file)
 bool has_companion(const std::string &file)
 {
     return !is_in_companion_directory(file) &&
-           (access(companion_path(file, "mask").c_str(), F_OK) == 0 ||
-            access(companion_path(file, "depth").c_str(), F_OK) == 0);
+           (may_exist(companion_path(file, KIND_MATTE)) ||
+            may_exist(companion_path(file, KIND_DEPTH)));
 }
 
 // Adds a file if it is PIX, or is called so or has a companion: one of those that is not is
 // damaged.
-ExitCode consider(const Session &session, const fs::path &path, Names *files)
+void consider(const Session &session, const fs::path &path, Names *files)
 {
     const std::string file = plain_name(path);
-    FILE *stream = fopen(path.c_str(), "r");
+    FILE *stream = fopen(path.c_str(), "re");
     if (!stream) {
-        complain(file, std::string("cannot open: ") + strerror(errno));
-        return EXIT_IO;
+        fail_system(file, "cannot open");
     }
     const bool is_pix = session.module.is_file(path.c_str(), stream) == 1;
     (void)fclose(stream);
@@ -44,7 +44,6 @@ ExitCode consider(const Session &session, const fs::path &path, Names *files)
         has_companion(file)) {
         files->push_back(file);
     }
-    return EXIT_FINE;
 }
 
 ExitCode walk(const Session &session, const fs::path &directory, Names *files)
@@ -53,11 +52,15 @@ ExitCode walk(const Session &session, const fs::path &directory, Names *files)
     std::error_code error;
     fs::directory_iterator entry(directory, error);
     for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+        check_interrupt();
         std::error_code vanished;
         if (entry->is_directory(vanished) && !entry->is_symlink(vanished)) {
             code = worst(code, walk(session, entry->path(), files));
         } else if (entry->is_regular_file(vanished)) {
-            code = worst(code, consider(session, entry->path(), files));
+            code = worst(code, attempt([&] {
+                             consider(session, entry->path(), files);
+                             return EXIT_FINE;
+                         }));
         }
     }
     if (error) {
@@ -74,8 +77,8 @@ std::set<std::string> parts_of_others(const Names &files)
     std::set<std::string> parts;
     for (const std::string &file : files) {
         if (!is_in_companion_directory(file)) {
-            parts.insert(companion_path(file, "mask"));
-            parts.insert(companion_path(file, "depth"));
+            parts.insert(companion_path(file, KIND_MATTE));
+            parts.insert(companion_path(file, KIND_DEPTH));
         }
         const FieldNames names = field_names(file);
         if (names.is_field && file == names.odd && all.count(names.even) > 0) {

@@ -1,0 +1,70 @@
+// The table of picture formats, and the ways to find a row.
+#include "vorla/formats.h"
+
+#include "vorla/names.h"
+
+#include <algorithm>
+#include <cstring>
+
+// Defined in png_read, png_write, exr_read and exr_write.
+std::unique_ptr<RowReader> open_png(FILE *, const std::string &, const ReadOptions &);
+std::unique_ptr<RowWriter> start_png(FILE *, const std::string &, const PictureShape &,
+                                     const WriteOptions &);
+#ifdef VORLA_HAVE_EXR
+std::unique_ptr<RowReader> open_exr(FILE *, const std::string &, const ReadOptions &);
+std::unique_ptr<RowWriter> start_exr(FILE *, const std::string &, const PictureShape &,
+                                     const WriteOptions &);
+#else
+constexpr std::nullptr_t open_exr = nullptr;
+constexpr std::nullptr_t start_exr = nullptr;
+#endif
+
+namespace {
+
+const PictureFormat FORMATS[] = {
+    {"png", "a PNG file", "\x89PNG\r\n", false, open_png, start_png},
+    {"exr", "an OpenEXR file", "\x76\x2F\x31\x01", true, open_exr, start_exr},
+};
+
+template <class Test>
+const PictureFormat *find(const Test &test)
+{
+    const auto *row = std::find_if(std::begin(FORMATS), std::end(FORMATS), test);
+    return row == std::end(FORMATS) ? nullptr : row;
+}
+
+const PictureFormat *format_of_bytes(std::string_view bytes)
+{
+    return find([&](const PictureFormat &row) { return bytes.starts_with(row.first_bytes); });
+}
+
+} // namespace
+
+const PictureFormat *format_named(const std::string &name)
+{
+    return find([&](const PictureFormat &row) { return name == row.name; });
+}
+
+const PictureFormat *format_of_name(const std::string &file)
+{
+    return find(
+        [&](const PictureFormat &row) { return ends_in(file, std::string(".") + row.name); });
+}
+
+const PictureFormat *format_of_stream(FILE *stream)
+{
+    char bytes[16];
+    const size_t count = fread(bytes, 1, sizeof bytes, stream);
+    rewind(stream);
+    return format_of_bytes({bytes, count});
+}
+
+std::string what_begins_with(const uint8_t *bytes, size_t size)
+{
+    const PictureFormat *format = format_of_bytes({reinterpret_cast<const char *>(bytes), size});
+    const uint32_t magic = pix_long(bytes);
+    const bool depth = magic == PIX_MAGIC_DEPTH_INT || magic == PIX_MAGIC_DEPTH_FLOAT;
+    return format  ? std::string(format->words) + ", which vorla import reads"
+           : depth ? "the depth file of a picture, whose main file is to be named"
+                   : "";
+}

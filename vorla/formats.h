@@ -1,0 +1,55 @@
+// The picture formats that are exported to and imported from: one table. A new format is a row in
+// formats.cpp and a file with its two functions.
+#pragma once
+
+#include "vorla/picture.h"
+
+#include <cstdio>
+#include <memory>
+#include <string_view>
+
+struct WriteOptions {
+    bool linear = false;      // apply the sRGB curve to the colour, never the matte
+    bool depth_float = false; // Z as FLOAT, of 24 bits; else as UINT, which holds all
+};
+
+struct ReadOptions {
+    bool linear = false;     // the colour is linear: undo the curve
+    bool matte_only = false; // a grey picture is a matte, not a colour; others are refused
+};
+
+struct PictureFormat {
+    const char *name; // as of --to; "." and this is the extension
+    const char *words;
+    std::string_view first_bytes;
+    bool has_linear; // takes the options of linear colour and of depth
+
+    // Both throw a Failure, take `name` for messages, and leave the stream to the caller, which
+    // must outlive the result. Null when the program is built without the format.
+    std::unique_ptr<RowReader> (*open)(FILE *stream, const std::string &name,
+                                       const ReadOptions &options);
+    std::unique_ptr<RowWriter> (*start)(FILE *stream, const std::string &name,
+                                        const PictureShape &shape, const WriteOptions &options);
+};
+
+// The format of that name ("png"), of that file name's extension or of what the stream, which is
+// not moved, begins with; null when there is none.
+[[nodiscard]] const PictureFormat *format_named(const std::string &name);
+[[nodiscard]] const PictureFormat *format_of_name(const std::string &file);
+[[nodiscard]] const PictureFormat *format_of_stream(FILE *stream);
+
+// What else than a PIX file begins with these bytes, such as "a PNG file"; "" when nobody knows.
+[[nodiscard]] std::string what_begins_with(const uint8_t *bytes, size_t size);
+
+// What a view of a depth shows: `nearest` is white and `farthest` black, as is all from
+// PIX_DEPTH_LIMIT on, which is no part of the scale. Empty when nearest > farthest.
+struct DepthRange {
+    int32_t nearest = INT32_MAX;
+    int32_t farthest = INT32_MIN;
+};
+
+// Starts a 16-bit grey PNG of the depth of a picture of that shape, with `comment` as its Comment.
+[[nodiscard]] std::unique_ptr<RowWriter> start_depth_view(FILE *stream, const std::string &name,
+                                                          const PictureShape &shape,
+                                                          const DepthRange &range,
+                                                          const std::string &comment);
