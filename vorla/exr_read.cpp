@@ -9,6 +9,8 @@
 #include <ImfHeader.h>
 #include <ImfIO.h>
 #include <ImfInputFile.h>
+#include <ImfMultiPartInputFile.h>
+#include <ImfPartType.h>
 
 #include <algorithm>
 #include <array>
@@ -86,14 +88,29 @@ struct Fractions {
         std::transform(halves.begin(), halves.end(), into, step);
         std::transform(floats.begin(), floats.end(), into, step);
     }
+    int64_t outside() const
+    {
+        const auto is_outside = [](float sample) { return !(sample >= 0 && sample <= 1); };
+        return std::count_if(halves.begin(), halves.end(), is_outside) +
+               std::count_if(floats.begin(), floats.end(), is_outside);
+    }
 };
 
-int32_t to_depth(double sample)
+// With commas between the thousands.
+std::string grouped(int64_t number)
 {
-    if (!std::isfinite(sample)) {
-        return PIX_DEPTH_LIMIT;
+    std::string digits = std::to_string(number);
+    for (size_t at = digits.size(); at > 3;) {
+        digits.insert(at -= 3, 1, ',');
     }
-    return static_cast<int32_t>(std::clamp(std::round(sample), 0.0, double{INT32_MAX}));
+    return digits;
+}
+
+std::string size_of(const Imath::Box2i &window)
+{
+    return text_of(int64_t{window.max.x} - window.min.x + 1, " x ",
+                   int64_t{window.max.y} - window.min.y + 1, " at ", window.min.x, ", ",
+                   window.min.y);
 }
 
 // --- Reading --------------------------------------------------------------------------------
@@ -101,7 +118,7 @@ int32_t to_depth(double sample)
 struct ExrReader final : RowReader {
     std::string name;
     InputStream stream;
-    ReadOptions options;
+    Options options;
     std::optional<Imf::InputFile> file;
     Imf::FrameBuffer frame;
     int left = 0; // column and line of the data window
@@ -112,16 +129,22 @@ struct ExrReader final : RowReader {
     Fractions fractions[4];      // of R, G, B, A; Y is in the first
     std::vector<uint32_t> whole; // Z, one or the other
     std::vector<float> floats;
+    int64_t clamped = 0; // samples, and of depths:
+    int64_t rounded = 0;
+    int64_t limited = 0;
 
-    ExrReader(FILE *input, const std::string &shown, const ReadOptions &chosen)
+    ExrReader(FILE *input, const std::string &shown, const Options &chosen)
         : name(shown), stream(input, name.c_str()), options(chosen), colour_scale(chosen.linear)
     {
     }
     void begin();
     void read_row(void *const *rows) override;
-    void finish() override {}
+    void finish() override;
 
   private:
+    void note_parts();
+    void note_choice(const Imf::Header &header);
+    int32_t to_depth(double sample);
     std::string choose_channels(const Imf::ChannelList &channels);
     void take_channels(const Imf::ChannelList &channels);
     void take_fractions(const char *channel, const Imf::ChannelList &channels, Fractions *row);
@@ -157,14 +180,14 @@ void ExrReader::take_channel(const char *channel, Imf::PixelType type, std::vect
     frame.insert(channel, Imf::Slice(type, base, sizeof(Sample)));
 }
 
-// A channel that is not there gives zeros.
+// A channel that is not there leaves the zeros of its row.
 void ExrReader::take_fractions(const char *channel, const Imf::ChannelList &channels,
                                Fractions *row)
 {
     const Imf::Channel *found = channels.findChannel(channel);
     if (found && found->type == Imf::HALF) {
         take_channel(channel, Imf::HALF, &row->halves);
-    } else {
+    } else if (found) {
         take_channel(channel, Imf::FLOAT, &row->floats);
     }
 }
@@ -200,6 +223,75 @@ std::string ExrReader::choose_channels(const Imf::ChannelList &channels)
     return "";
 }
 
+// Depths are rounded to whole numbers from 0; those that are no numbers are the farthest.
+int32_t ExrReader::to_depth(double sample)
+{
+    if (!std::isfinite(sample)) {
+        return PIX_DEPTH_LIMIT;
+    }
+    const double scaled = sample * options.depth_scale;
+    const double whole_number = std::round(scaled);
+    const double nearest = std::clamp(whole_number, 0.0, double{INT32_MAX});
+    limited += nearest != whole_number ? 1 : 0;
+    rounded += nearest == whole_number && whole_number != scaled ? 1 : 0;
+    return static_cast<int32_t>(nearest);
+}
+
+void ExrReader::note_parts()
+{
+    const Imf::MultiPartInputFile parts(stream, NO_THREADS, false);
+    if (parts.parts() > 1) {
+        notes.push_back(text_of("only the first of ", parts.parts(), " parts is taken"));
+    }
+    const Imf::Header &header = parts.header(0);
+    if (header.hasType() && Imf::isDeepData(header.type())) {
+        notes.emplace_back("deep samples are flattened");
+    }
+    stream.seekg(0);
+}
+
+void ExrReader::note_choice(const Imf::Header &header)
+{
+    std::string others;
+    for (auto at = header.channels().begin(); at != header.channels().end(); ++at) {
+        const std::string channel = at.name();
+        if (channel.size() > 1 || std::string("RGBAZ").find(channel) == std::string::npos) {
+            others += (channel == "Y" && grey ? ""
+                       : others.empty()       ? ""
+                                              : ", ") +
+                      (channel == "Y" && grey ? "" : channel);
+        }
+    }
+    if (!others.empty()) {
+        notes.push_back("left out: " + others);
+    }
+    for (const char *colour : COLOURS) {
+        if (shape.colour && !grey && !header.channels().findChannel(colour)) {
+            notes.push_back(text_of("there is no channel ", colour, "; it is black"));
+        }
+    }
+    if (header.dataWindow() != header.displayWindow()) {
+        notes.push_back("the data window, " + size_of(header.dataWindow()) +
+                        ", is taken, not the display window, " + size_of(header.displayWindow()));
+    }
+}
+
+void ExrReader::finish()
+{
+    const int64_t pixels = int64_t{shape.width} * shape.height;
+    const auto used = [](const Fractions &row) { return row.halves.size() + row.floats.size() > 0; };
+    const int64_t samples =
+        pixels * std::count_if(std::begin(fractions), std::end(fractions), used);
+    const auto say = [this](int64_t count, int64_t all, const char *what) {
+        if (count > 0) {
+            notes.push_back(text_of(grouped(count), " of ", grouped(all), what));
+        }
+    };
+    say(clamped, samples, " samples outside 0 to 1 clamped");
+    say(rounded, pixels, " depths rounded to whole numbers; --depth-scale multiplies them first");
+    say(limited, pixels, " depths outside 0 to 2147483647 clamped");
+}
+
 // Makes the buffers for the channels chosen.
 void ExrReader::take_channels(const Imf::ChannelList &channels)
 {
@@ -227,6 +319,7 @@ void ExrReader::begin()
         // Far larger pictures are refused before the library has buffers for them.
         Imf::Header::setMaxImageSize(4 * PIX_MAX_SIZE, 4 * PIX_MAX_SIZE);
         Imf::Header::setMaxTileSize(4 * PIX_MAX_SIZE, 4 * PIX_MAX_SIZE);
+        note_parts();
         file.emplace(stream, NO_THREADS);
         const Imath::Box2i &window = file->header().dataWindow();
         const int64_t width = int64_t{window.max.x} - window.min.x + 1;
@@ -243,6 +336,7 @@ void ExrReader::begin()
                           "cannot import: " + refusal);
         }
         take_channels(channels);
+        note_choice(file->header());
     });
 }
 
@@ -251,6 +345,9 @@ void ExrReader::read_row(void *const *rows)
     check_interrupt();
     guarded([this] { file->readPixels(line); });
     line += 1;
+    for (const Fractions &channel : fractions) {
+        clamped += channel.outside();
+    }
     for (int channel = 0; shape.colour && channel < 3; ++channel) {
         fractions[grey ? 0 : channel].convert(colour_scale, rows[channel]);
     }
@@ -259,8 +356,9 @@ void ExrReader::read_row(void *const *rows)
     }
     if (shape.depth) {
         auto *depths = static_cast<int32_t *>(rows[depth_index(shape)]);
-        std::transform(whole.begin(), whole.end(), depths, to_depth);
-        std::transform(floats.begin(), floats.end(), depths, to_depth);
+        const auto step = [this](auto sample) { return to_depth(sample); };
+        std::transform(whole.begin(), whole.end(), depths, step);
+        std::transform(floats.begin(), floats.end(), depths, step);
     }
 }
 
@@ -269,8 +367,7 @@ void ExrReader::read_row(void *const *rows)
 // The first part of a file; its data window is the picture. Y is read as grey when there is no R, G
 // or B. Fractions are rounded to bytes and clamped; depths are rounded and clamped to whole numbers
 // of 31 bits, and are PIX_DEPTH_LIMIT where they are no numbers.
-std::unique_ptr<RowReader> open_exr(FILE *stream, const std::string &name,
-                                    const ReadOptions &options)
+std::unique_ptr<RowReader> open_exr(FILE *stream, const std::string &name, const Options &options)
 {
     auto reader = std::make_unique<ExrReader>(stream, name, options);
     reader->begin();

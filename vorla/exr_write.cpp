@@ -161,12 +161,12 @@ void ExrWriter::finish()
 } // namespace
 
 std::unique_ptr<RowWriter> start_exr(FILE *stream, const std::string &name,
-                                     const PictureShape &shape, const WriteOptions &options)
+                                     const PictureShape &shape, const Options &options)
 {
     auto writer = std::make_unique<ExrWriter>(stream, name);
     writer->shape = shape;
     writer->colour_table = make_table(options.linear);
     writer->matte_table = make_table(false);
-    writer->begin(options.depth_float);
+    writer->begin(options.depth_samples == "float");
     return writer;
 }

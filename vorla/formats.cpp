@@ -7,13 +7,13 @@
 #include <cstring>
 
 // Defined in png_read, png_write, exr_read and exr_write.
-std::unique_ptr<RowReader> open_png(FILE *, const std::string &, const ReadOptions &);
+std::unique_ptr<RowReader> open_png(FILE *, const std::string &, const Options &);
 std::unique_ptr<RowWriter> start_png(FILE *, const std::string &, const PictureShape &,
-                                     const WriteOptions &);
+                                     const Options &);
 #ifdef VORLA_HAVE_EXR
-std::unique_ptr<RowReader> open_exr(FILE *, const std::string &, const ReadOptions &);
+std::unique_ptr<RowReader> open_exr(FILE *, const std::string &, const Options &);
 std::unique_ptr<RowWriter> start_exr(FILE *, const std::string &, const PictureShape &,
-                                     const WriteOptions &);
+                                     const Options &);
 #else
 constexpr std::nullptr_t open_exr = nullptr;
 constexpr std::nullptr_t start_exr = nullptr;

@@ -2,21 +2,12 @@
 // formats.cpp and a file with its two functions.
 #pragma once
 
+#include "vorla/options.h"
 #include "vorla/picture.h"
 
 #include <cstdio>
 #include <memory>
 #include <string_view>
-
-struct WriteOptions {
-    bool linear = false;      // apply the sRGB curve to the colour, never the matte
-    bool depth_float = false; // Z as FLOAT, of 24 bits; else as UINT, which holds all
-};
-
-struct ReadOptions {
-    bool linear = false;     // the colour is linear: undo the curve
-    bool matte_only = false; // a grey picture is a matte, not a colour; others are refused
-};
 
 struct PictureFormat {
     const char *name; // as of --to; "." and this is the extension
@@ -27,9 +18,9 @@ struct PictureFormat {
     // Both throw a Failure, take `name` for messages, and leave the stream to the caller, which
     // must outlive the result. Null when the program is built without the format.
     std::unique_ptr<RowReader> (*open)(FILE *stream, const std::string &name,
-                                       const ReadOptions &options);
+                                       const Options &options);
     std::unique_ptr<RowWriter> (*start)(FILE *stream, const std::string &name,
-                                        const PictureShape &shape, const WriteOptions &options);
+                                        const PictureShape &shape, const Options &options);
 };
 
 // The format of that name ("png"), of that file name's extension or of what the stream, which is
@@ -49,7 +40,6 @@ struct DepthRange {
 };
 
 // Starts a 16-bit grey PNG of the depth of a picture of that shape, with `comment` as its Comment.
-[[nodiscard]] std::unique_ptr<RowWriter> start_depth_view(FILE *stream, const std::string &name,
-                                                          const PictureShape &shape,
-                                                          const DepthRange &range,
-                                                          const std::string &comment);
+[[nodiscard]] std::unique_ptr<RowWriter>
+start_depth_view(FILE *stream, const std::string &name, const PictureShape &shape,
+                 const Options &options, const DepthRange &range, const std::string &comment);

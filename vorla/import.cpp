@@ -1,7 +1,10 @@
 // `vorla import`: a picture of another format is read row by row and written through the module,
 // under temporary names, which outputs.h replaces. Companions stand where names.h says. A picture
 // without colour has none, whatever stands there.
+#include "vorla/batch.h"
 #include "vorla/commands.h"
+#include "vorla/faults.h"
+#include "vorla/formats.h"
 #include "vorla/outputs.h"
 #include "vorla/plan.h"
 #include "vorla/progress.h"
@@ -9,7 +12,7 @@
 
 #include <unistd.h>
 
-#include <memory>
+#include <filesystem>
 
 namespace {
 
@@ -33,6 +36,7 @@ InputFile open_input(const std::string &name)
         rewind(stdin); // a spooled one stands at its end
         return InputFile(stdin);
     }
+    refuse_pipe(name);
     InputFile file(fopen(name.c_str(), "re"));
     if (!file) {
         fail_system(name, "cannot open");
@@ -40,23 +44,27 @@ InputFile open_input(const std::string &name)
     return file;
 }
 
-// By what it begins with, or else by its name.
-std::unique_ptr<RowReader> open_picture(FILE *file, const ImportOptions &options)
+// By what it begins with.
+std::unique_ptr<RowReader> open_picture(FILE *file, const std::string &name, const Session &session)
 {
-    const std::string name = options.input == "-" ? "standard input" : options.input;
+    const Options &options = session.options;
     errno = 0;
     const PictureFormat *format = format_of_stream(file);
     if (ferror(file)) {
         fail_system(name, "cannot read");
     }
-    format = format ? format : format_of_name(options.input);
-    format = format ? format : format_named("png");
-    if (options.linear && !format->has_linear) {
-        throw Failure(EXIT_USAGE, name, "cannot import: --linear is for OpenEXR");
+    if (!format) {
+        const bool is_pix = session.module.is_file(name.c_str(), file) == 1;
+        throw Failure(EXIT_DAMAGED, name, "cannot import: it ",
+                      is_pix ? "is PIX already; vorla export makes PNG and OpenEXR of it"
+                             : "begins like neither PNG nor OpenEXR");
+    }
+    if ((options.linear || options.depth_scale != 1) && !format->has_linear) {
+        throw Failure(EXIT_USAGE, name,
+                      "cannot import: --linear and --depth-scale are for OpenEXR");
     }
     if (!format->open) {
-        throw Failure(EXIT_USAGE, name,
-                      std::string("cannot read ") + format->words + ": vorla was built without");
+        throw Failure(EXIT_USAGE, name, "cannot read ", format->words, ": vorla was built without");
     }
     return format->open(file, name, options);
 }
@@ -91,9 +99,8 @@ void check_name(const std::string &output, const PictureShape &shape)
 // Throws unless the picture `output` can be made: its name is one that a set can have, and, unless
 // files are overwritten, neither it, nor a field of it, nor what would become its companion is
 // there.
-void check_set(const ImportOptions &options, const PictureShape &shape)
+void check_set(const Options &options, const std::string &output, const PictureShape &shape)
 {
-    const std::string &output = options.output;
     check_name(output, shape);
     check_free(output, options.overwrite);
     const FieldNames fields = field_names(output);
@@ -205,35 +212,66 @@ void write_set(const Session &session, const std::string &output, const PictureS
     }
 }
 
-ExitCode import_one(const Session &session, const ImportOptions &options)
+// Companions are told from the name of the directory, which must then be its own.
+std::string set_name(const std::string &output)
 {
-    for (const std::string &file : {options.output, companion_path(options.output, KIND_MATTE),
-                                    companion_path(options.output, KIND_DEPTH)}) {
-        if (is_same_file(options.input, file)) {
+    const std::string name = plain_name(output);
+    std::error_code error;
+    const std::string directory = directory_of(name);
+    if (std::filesystem::is_symlink(directory, error)) {
+        const auto real = std::filesystem::canonical(directory, error);
+        return error ? name : (real / file_part(name)).string();
+    }
+    return name;
+}
+
+ExitCode import_one(const Session &session, const Job &job)
+{
+    const Options &options = session.options;
+    const std::string output = set_name(job.output);
+    const std::string name = job.input == "-" ? "standard input" : job.input;
+    if (options.skips && may_exist(output)) {
+        return EXIT_FINE;
+    }
+    for (const std::string &file :
+         {output, companion_path(output, KIND_MATTE), companion_path(output, KIND_DEPTH)}) {
+        if (is_same_file(job.input, file)) {
             throw Failure(EXIT_USAGE, file, "cannot write: it is the picture to import");
         }
     }
-    const InputFile file = open_input(options.input);
-    const std::unique_ptr<RowReader> reader = open_picture(file.get(), options);
+    const InputFile file = open_input(job.input);
+    const std::unique_ptr<RowReader> reader = open_picture(file.get(), name, session);
     const PictureShape shape = chosen_shape(reader->shape, session.channels);
     if (!shape.colour && shape.depth) {
-        throw Failure(EXIT_DAMAGED, options.input,
+        throw Failure(EXIT_DAMAGED, name,
                       "cannot import: PIX has no depth beside a matte without colour; "
                       "--channels matte leaves it out");
     }
-    check_set(options, shape);
+    check_set(options, output, shape);
     Outputs outputs(options.overwrite);
-    write_set(session, options.output, shape, reader.get(), &outputs);
+    write_set(session, output, shape, reader.get(), &outputs);
     outputs.put_in_place();
     for (const std::string &words : reader->notes) {
-        note(options.input == "-" ? "standard input" : options.input, words);
+        note(name, words);
     }
     return EXIT_FINE;
 }
 
 } // namespace
 
-ExitCode run_import(const Session &session, const ImportOptions &options)
+ExitCode run_import(const Session &session)
 {
-    return attempt([&] { return import_one(session, options); });
+    const Options &options = session.options;
+    check_directory(options);
+    for (const char *end : {".png", ".exr", "/"}) {
+        if (!is_directory(options.output) && ends_in(options.output, end)) {
+            throw Failure(EXIT_USAGE, options.output,
+                          end[0] == '/' ? "no such directory"
+                                        : text_of("cannot import: the name ends in ", end,
+                                                  ", and what is made is PIX"));
+        }
+    }
+    const std::vector<Job> jobs = plan_jobs(session, ".pix");
+    return run_batch(session, options.output, inputs_of(jobs),
+                     [&](size_t at) { return import_one(session, jobs[at]); });
 }

@@ -63,8 +63,11 @@ void print_fact(const char *label, const std::string &value)
     print_line(start + value);
 }
 
-void print_facts(const Source &source, const Facts &facts)
+void print_facts(const Source &source, const Facts &facts, bool first)
 {
+    if (!first) {
+        print_line("");
+    }
     print_line(source.name + ": " + std::to_string(source.shape.width) + " x " +
                std::to_string(source.shape.height) + " pixels");
     std::string channels;
@@ -95,10 +98,36 @@ Json or_null(const std::string &text)
     return text.empty() ? Json() : Json(text);
 }
 
-void print_object(const Source &source, const Facts &facts)
+void print_json(const Json &object)
+{
+    std::string line = object.dump(-1, ' ', false, Json::error_handler_t::replace);
+    for (size_t at = 0; (at = line.find('\x7F', at)) != std::string::npos;) {
+        line.replace(at, 1, "\\u007f"); // the library lets this one pass
+    }
+    print_line(line);
+}
+
+// A file name need not be UTF-8: then its bytes are given too.
+Json named_object(const std::string &file)
 {
     Json object;
-    object["file"] = source.name;
+    object["file"] = file;
+    try {
+        (void)object.dump();
+    } catch (const Json::exception &) {
+        std::string bytes;
+        for (const char c : file) {
+            const auto byte = static_cast<unsigned char>(c);
+            bytes += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
+        }
+        object["file_bytes"] = bytes;
+    }
+    return object;
+}
+
+void print_object(const Source &source, const Facts &facts)
+{
+    Json object = named_object(source.name);
     object["width"] = source.shape.width;
     object["height"] = source.shape.height;
     object["channels"] = facts.channels;
@@ -107,52 +136,53 @@ void print_object(const Source &source, const Facts &facts)
     object["files"] = facts.files;
     object["dropped"] = Json::array();
     for (const Dropped &dropped : source.dropped) {
-        Json entry;
-        entry["kind"] = dropped.kind;
-        entry["reason"] = dropped.reason;
-        object["dropped"].push_back(entry);
+        object["dropped"].push_back({{"kind", dropped.kind}, {"reason", dropped.reason}});
     }
     object["format"] = or_null(facts.format);
     object["aspect"] = strtod(facts.aspect.c_str(), nullptr);
-    // A file name need not be UTF-8.
-    std::string line = object.dump(-1, ' ', false, Json::error_handler_t::replace);
-    for (size_t at = 0; (at = line.find('\x7F', at)) != std::string::npos;) {
-        line.replace(at, 1, "\\u007f"); // the library lets this one pass
-    }
-    print_line(line);
+    print_json(object);
 }
 
-ExitCode inform(const Session &session, const std::string &file, bool json, bool first)
+void print_failure(const std::string &file, const std::string &why)
 {
-    const Source source(session, file);
-    const Facts facts = facts_of(source);
-    if (json) {
-        print_object(source, facts);
-    } else {
-        if (!first) {
-            print_line("");
+    Json object = named_object(file);
+    object["error"] = why;
+    print_json(object);
+}
+
+ExitCode inform(const Session &session, const std::string &file, bool first)
+{
+    const bool json = session.options.json;
+    try {
+        const Source source(session, file);
+        const Facts facts = facts_of(source);
+        if (json) {
+            print_object(source, facts);
+        } else {
+            print_facts(source, facts, first);
         }
-        print_facts(source, facts);
-    }
-    ExitCode code = EXIT_FINE;
-    for (const Dropped &dropped : source.dropped) {
-        if (dropped.code == EXIT_IO) {
-            complain(source.name, dropped.reason);
-            code = EXIT_IO;
+        for (const Dropped &dropped : source.dropped) {
+            if (dropped.code == EXIT_IO) {
+                complain(source.name, dropped.reason);
+            }
         }
+        return source.code_of_dropped();
+    } catch (const Failure &failure) {
+        if (json) {
+            print_failure(failure.file, failure.what());
+        }
+        throw;
     }
-    return code;
 }
 
 } // namespace
 
-ExitCode run_info(const Session &session, const Names &files, bool json)
+ExitCode run_info(const Session &session)
 {
     ExitCode code = EXIT_FINE;
-    bool first = true;
-    for (const std::string &file : files) {
-        code = worst(code, attempt([&] { return inform(session, file, json, first); }));
-        first = false;
+    for (const std::string &file : session.options.files) {
+        const bool first = &file == &session.options.files.front();
+        code = worst(code, attempt([&] { return inform(session, file, first); }));
     }
     return code;
 }

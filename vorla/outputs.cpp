@@ -48,7 +48,8 @@ void finish_stream(FILE *stream, const std::string &name, bool spooled)
 bool is_written_directly(const std::string &name)
 {
     struct stat entry;
-    return name == "-" || name.starts_with("/dev/") || name.starts_with("/proc/") ||
+    return name == "-" || name.starts_with("/dev/fd/") || name.starts_with("/dev/std") ||
+           name.starts_with("/proc/") ||
            (stat(name.c_str(), &entry) == 0 && !S_ISREG(entry.st_mode) && !S_ISDIR(entry.st_mode));
 }
 

@@ -1,13 +1,7 @@
-// Which picture goes to which file, when pictures go into a directory, and names of outputs that
-// are wrong usage.
+// Which picture goes to which file, and which pictures are one.
 #pragma once
 
-#include "vorla/names.h"
-#include "vorla/report.h"
-
-#include <functional>
-#include <string>
-#include <vector>
+#include "vorla/session.h"
 
 // A picture to be read and the file to be made of it.
 struct Job {
@@ -15,14 +9,18 @@ struct Job {
     std::string output;
 };
 
+// What tells pictures apart that are named: the true path of the main file or the even field.
+[[nodiscard]] std::string identity_of(const Session &session, const std::string &name);
+
+// The jobs of export or import. `extension`, of the outputs, begins with a dot. A directory gets
+// names that are made of those of the inputs; pictures named twice and both fields of one make one
+// job. Throws a Failure, EXIT_USAGE, also when two pictures would make the same file.
+[[nodiscard]] std::vector<Job> plan_jobs(const Session &session, const std::string &extension);
+
+// The inputs of jobs.
+[[nodiscard]] Names inputs_of(const std::vector<Job> &jobs);
+
+// Throws a Failure, EXIT_USAGE, unless the output is a directory or there is one input.
+void check_directory(const Options &options);
+
 [[nodiscard]] bool is_directory(const std::string &name);
-
-// The end of a name in letters of either case is taken off, if it is there.
-[[nodiscard]] std::string without(const std::string &name, const std::string &end);
-
-// Jobs into the directory, each under the name that `name_of` makes of the last part of an input,
-// field endings aside. `verb` is the command's name. Both fields of a picture make one job. Throws
-// a Failure, EXIT_USAGE, also when two pictures would make the same file.
-[[nodiscard]] std::vector<Job>
-plan_directory(const std::string &verb, const Names &inputs, const std::string &directory,
-               const std::function<std::string(const std::string &)> &name_of);

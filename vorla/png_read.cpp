@@ -94,7 +94,8 @@ void PngReader::read_interlaced()
     for (size_t at = 0; at < PNG_INTERLACE_ADAM7_PASSES * height; ++at) {
         check_interrupt();
         uint8_t *into = all.get() + at % height * packed.size();
-        guarded(png, "cannot read", EXIT_DAMAGED, [this, into] { png_read_row(png, into, nullptr); });
+        guarded(png, "cannot read", EXIT_DAMAGED,
+                [this, into] { png_read_row(png, into, nullptr); });
     }
 }
 
@@ -128,6 +129,9 @@ void PngReader::begin(bool matte_only)
     check_size(stream.name, width, height);
     shape.width = static_cast<int32_t>(width);
     shape.height = static_cast<int32_t>(height);
+    if (png_get_bit_depth(png, info) == 16) {
+        notes.emplace_back("samples of 16 bits are reduced to 8");
+    }
     guarded(png, "cannot read", EXIT_DAMAGED, [this] {
         png_set_expand(png);
         png_set_scale_16(png);
@@ -145,8 +149,7 @@ void PngReader::begin(bool matte_only)
 // Any kind of PNG: grey becomes colour of equal channels, or the matte; alpha and transparency
 // become the matte; 16 bits are scaled to 8. An interlaced picture is held whole, any other one row
 // at a time.
-std::unique_ptr<RowReader> open_png(FILE *stream, const std::string &name,
-                                    const ReadOptions &options)
+std::unique_ptr<RowReader> open_png(FILE *stream, const std::string &name, const Options &options)
 {
     auto reader = std::make_unique<PngReader>(stream, name);
     reader->begin(options.matte_only);

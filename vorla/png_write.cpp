@@ -89,7 +89,8 @@ void DepthViewWriter::pack(void *const *rows)
 struct PngStart {
     int colour_type;
     size_t channels;
-    int bits; // a sample
+    int bits;  // a sample
+    int level; // of compression, or -1
     std::string comment;
 };
 
@@ -99,6 +100,9 @@ void write_beginning(PngWriter *writer, const PngStart &start)
     png_set_IHDR(writer->png, writer->info, static_cast<uint32_t>(writer->shape.width),
                  static_cast<uint32_t>(writer->shape.height), start.bits, start.colour_type,
                  PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    if (start.level >= 0) {
+        png_set_compression_level(writer->png, start.level);
+    }
     png_text text = {};
     char key[] = "Comment";
     if (!start.comment.empty()) {
@@ -128,21 +132,22 @@ void start_writer(PngWriter *writer, const PngStart &start)
 
 // RGB, RGBA with the matte as alpha, or grey for a matte alone; depth is passed over.
 std::unique_ptr<RowWriter> start_png(FILE *stream, const std::string &name,
-                                     const PictureShape &shape, const WriteOptions & /*options*/)
+                                     const PictureShape &shape, const Options &options)
 {
     auto writer = std::make_unique<PngWriter>(stream, name, shape);
-    start_writer(writer.get(), !shape.colour ? PngStart{PNG_COLOR_TYPE_GRAY, 1, 8, ""}
-                               : shape.matte ? PngStart{PNG_COLOR_TYPE_RGB_ALPHA, 4, 8, ""}
-                                             : PngStart{PNG_COLOR_TYPE_RGB, 3, 8, ""});
+    start_writer(writer.get(),
+                 !shape.colour ? PngStart{PNG_COLOR_TYPE_GRAY, 1, 8, options.level, ""}
+                 : shape.matte ? PngStart{PNG_COLOR_TYPE_RGB_ALPHA, 4, 8, options.level, ""}
+                               : PngStart{PNG_COLOR_TYPE_RGB, 3, 8, options.level, ""});
     return writer;
 }
 
 std::unique_ptr<RowWriter> start_depth_view(FILE *stream, const std::string &name,
-                                            const PictureShape &shape, const DepthRange &range,
-                                            const std::string &comment)
+                                            const PictureShape &shape, const Options &options,
+                                            const DepthRange &range, const std::string &comment)
 {
     auto writer = std::make_unique<DepthViewWriter>(stream, name, shape);
     writer->range = range;
-    start_writer(writer.get(), {PNG_COLOR_TYPE_GRAY, 1, 16, comment});
+    start_writer(writer.get(), {PNG_COLOR_TYPE_GRAY, 1, 16, options.level, comment});
     return writer;
 }

@@ -13,6 +13,7 @@ namespace {
 bool is_pix(const Session &session, const std::string &path, const std::string &shown)
 {
     const bool standard = path == "/dev/stdin";
+    refuse_pipe(path);
     if (standard) {
         make_input_seekable();
     }
@@ -41,7 +42,7 @@ ExitCode probe(const Session &session, const std::string &file)
     const bool is_there = access(path.c_str(), F_OK) == 0;
     bool good = true;
     for (const std::string &part :
-         is_there ? Names{path} : find_files(path, session.search).paths[KIND_MAIN]) {
+         is_there ? Names{path} : find_files(path, session.options.search).paths[KIND_MAIN]) {
         good = is_pix(session, part, standard ? shown : part) && good;
     }
     print_line(shown + (good ? ": PIX" : ": not PIX"));
@@ -50,10 +51,10 @@ ExitCode probe(const Session &session, const std::string &file)
 
 } // namespace
 
-ExitCode run_probe(const Session &session, const Names &files)
+ExitCode run_probe(const Session &session)
 {
     ExitCode code = EXIT_FINE;
-    for (const std::string &file : files) {
+    for (const std::string &file : session.options.files) {
         code = worst(code, attempt([&] { return probe(session, file); }));
     }
     return code;

@@ -45,7 +45,10 @@ void Progress::show(int64_t done)
     shown = true;
     const std::string line = "vorla: " + file + (file.empty() ? "" : ": ") + std::to_string(done) +
                              " of " + std::to_string(total) + " " + unit;
-    fprintf(stderr, "\r%s\033[K", line.c_str());
+    winsize terminal = {};
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &terminal) == 0 && terminal.ws_col > 1;
+    const int most = known ? terminal.ws_col - 1 : 79;
+    fprintf(stderr, "\r%.*s\033[K", most, line.c_str());
 }
 
 void wipe_progress()

@@ -5,8 +5,8 @@
 
 #include <cerrno>
 #include <functional>
+#include <sstream>
 #include <stdexcept>
-#include <string>
 
 enum ExitCode {
     EXIT_FINE = 0,
@@ -22,13 +22,23 @@ enum ExitCode {
     return a > b ? a : b;
 }
 
+// The parts, numbers too, as one text.
+template <class... Parts>
+[[nodiscard]] std::string text_of(const Parts &...parts)
+{
+    std::ostringstream text;
+    (text << ... << parts);
+    return text.str();
+}
+
 // What went wrong: the file, or "", and in words what could not be done and why.
 struct Failure : std::runtime_error {
     ExitCode code;
     std::string file;
 
-    Failure(ExitCode exit_code, std::string name, const std::string &what)
-        : std::runtime_error(what), code(exit_code), file(std::move(name))
+    template <class... Parts>
+    Failure(ExitCode exit_code, std::string name, const Parts &...what)
+        : std::runtime_error(text_of(what...)), code(exit_code), file(std::move(name))
     {
     }
 };

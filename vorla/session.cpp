@@ -50,9 +50,13 @@ std::string find_module(const std::string &path)
 
 } // namespace
 
-Session::Session(const std::string &path)
+Session::Session(const Options &chosen)
+    : options(chosen), channels(chosen.channels == "rgb"     ? PIX_CHANNELS_RGB
+                                : chosen.channels == "matte" ? PIX_CHANNELS_RGB_MATTE
+                                : chosen.channels == "all"   ? PIX_CHANNELS_RGB_MATTE_Z
+                                                             : PIX_CHANNELS_UNDECIDED)
 {
-    std::string file = find_module(path);
+    std::string file = find_module(options.module);
     if (file.empty()) {
         throw Failure(EXIT_MODULE, MODULE_FILE,
                       "cannot find the module: /proc does not tell where vorla is; --module or "

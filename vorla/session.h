@@ -3,22 +3,21 @@
 #pragma once
 
 #include "standin/standin.h"
-#include "vorla/report.h"
+#include "vorla/options.h"
 
 #include <string>
 #include <vector>
 
 // How pictures are opened.
 struct Session {
+    const Options &options;
     StandinModule module = {};
     std::string module_path;
-    int32_t channels = PIX_CHANNELS_UNDECIDED; // value of the capability request; undecided: none
-    bool search = false;                       // open names through KV_IMG_DIR
-    int processes = 1;                         // at most so many at a time
+    int32_t channels; // value of the capability request; undecided: none
 
-    // Loads the module at `path`; when that is empty, at $VORLA_MODULE, else beside the program,
-    // else in ../lib/vorla from there. Throws a Failure, EXIT_MODULE.
-    explicit Session(const std::string &path);
+    // Loads the module that the options name; else that of $VORLA_MODULE, else the one beside the
+    // program, else in ../lib/vorla from there. Throws a Failure, EXIT_MODULE.
+    explicit Session(const Options &chosen);
     ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;

@@ -20,7 +20,7 @@ using Handle = std::unique_ptr<ImageHandle, CloseImage>;
 Handle open_handle(const Source &source, int32_t channels, int32_t *result)
 {
     ImageHandle *handle = standin_new_reader(source.opened.c_str());
-    handle->name_is_exact = source.session.search ? 0 : 1;
+    handle->name_is_exact = source.session.options.search ? 0 : 1;
     if (channels != PIX_CHANNELS_UNDECIDED) {
         standin_request(handle, PIX_CAP_INPUT_CHANNELS, channels);
     }
@@ -43,6 +43,14 @@ bool is_chosen(int32_t channels, FileKind kind)
            (kind == KIND_MATTE && channels == PIX_CHANNELS_RGB_MATTE);
 }
 
+// How to do without a companion that is damaged.
+const char *rest_opens(FileKind kind)
+{
+    return kind == KIND_MAIN    ? ""
+           : kind == KIND_MATTE ? "; --channels rgb opens the rest"
+                                : "; --channels matte opens the rest";
+}
+
 // --- Failed opens ---------------------------------------------------------------------------
 
 // The module has refused the picture; `reason` is the errno that it left.
@@ -60,7 +68,7 @@ bool is_chosen(int32_t channels, FileKind kind)
         const auto fault = is_chosen(source.session.channels, kind) ? find_fault(source.files, kind)
                                                                     : std::nullopt;
         if (fault && fault->refuses) {
-            throw Failure(fault->code, source.name, fault->sentence);
+            throw Failure(fault->code, source.name, fault->sentence, rest_opens(kind));
         }
     }
     if (module_said(message_number(PIX_MSG_INVALID_HEADER))) {
@@ -82,6 +90,16 @@ void note_dropped(Source *source, FileKind kind)
                  fault ? fault->code : EXIT_IO});
             return;
         }
+    }
+    std::error_code error;
+    const auto real = std::filesystem::canonical(source->files.paths[KIND_MAIN][0], error);
+    const std::string beside = error ? "" : companion_path(real.string(), kind);
+    if (source->opened != "/dev/stdin" && !beside.empty() && may_exist(beside)) {
+        source->dropped.push_back({kind_name(kind),
+                                   text_of("the ", kind_name(kind), " ", beside,
+                                           " stands beside the file that the link leads to, not "
+                                           "beside the link"),
+                                   EXIT_DAMAGED});
     }
 }
 
@@ -127,15 +145,14 @@ FileKind find_guilty(const Source &source, int32_t scanline)
     const FileKind kind = find_guilty(source, scanline);
     const std::string &path = source.files.paths[kind][source.files.fields ? row & 1 : 0];
     const std::string file = kind == KIND_MAIN && !source.files.fields ? "the file" : path;
-    const std::string number = std::to_string(scanline);
     if (undecodable) {
-        throw Failure(EXIT_DAMAGED, source.name,
-                      "cannot decode scanline " + number + ": the runs in " + file +
-                          " add up to more than " + std::to_string(source.shape.width) + " pixels");
+        throw Failure(EXIT_DAMAGED, source.name, "cannot decode scanline ", scanline,
+                      ": the runs in ", file, " add up to more than ", source.shape.width,
+                      " pixels", rest_opens(kind));
     }
-    throw Failure(reason == 0 ? EXIT_DAMAGED : EXIT_IO, source.name,
-                  "cannot read scanline " + number + ": " + file +
-                      (reason > 0 ? std::string(": ") + strerror(reason) : " ends too early"));
+    throw Failure(reason == 0 ? EXIT_DAMAGED : EXIT_IO, source.name, "cannot read scanline ",
+                  scanline, ": ", file, reason > 0 ? ": " : " ends too early",
+                  reason > 0 ? strerror(reason) : "", rest_opens(kind));
 }
 
 // --- Open pictures --------------------------------------------------------------------------
@@ -170,6 +187,7 @@ Source::Source(const Session &chosen, const std::string &picture) : session(chos
     const bool standard = picture == "-" || picture == "/dev/stdin";
     name = standard ? "standard input" : picture;
     opened = standard ? "/dev/stdin" : plain_name(picture);
+    refuse_pipe(opened);
     if (standard) {
         make_input_seekable();
     }
@@ -184,7 +202,7 @@ void Source::reopen()
     handle.reset();
     handle = open_handle(*this, session.channels, &result);
     const int reason = errno;
-    files = find_files(opened, session.search);
+    files = find_files(opened, session.options.search);
     if (result == 0) {
         explain_open(*this, reason);
     }

@@ -4,6 +4,7 @@
 #include "vorla/report.h"
 
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <vector>
@@ -69,4 +70,14 @@ void make_input_seekable()
         fail_system("standard input", "cannot be replaced by a temporary file");
     }
     close(file);
+}
+
+void refuse_pipe(const std::string &name)
+{
+    struct stat entry;
+    if (name != "/dev/stdin" && stat(name.c_str(), &entry) == 0 && S_ISFIFO(entry.st_mode)) {
+        throw Failure(EXIT_IO, name,
+                      "cannot read a pipe by its name; use the name - and have the shell open it: "
+                      "vorla ... - <PIPE");
+    }
 }

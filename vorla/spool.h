@@ -14,3 +14,6 @@ void copy_all(int from, const std::string &source, int to, const std::string &ta
 // When standard input is a pipe or a terminal, reads it to its end into such a file, which becomes
 // standard input. Throws a Failure.
 void make_input_seekable();
+
+// Throws a Failure when the name is that of a pipe.
+void refuse_pipe(const std::string &name);
