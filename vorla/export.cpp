@@ -43,7 +43,7 @@ const PictureFormat &choose_format(const Options &options)
     if (!into_directory && ends_in(output, ".pix")) {
         refuse("cannot export: the name ends in .pix, and what is made is PNG or OpenEXR");
     }
-    if (!into_directory && !is_written_directly(output) &&
+    if (!into_directory && !may_exist(output) && output != "-" &&
         (output.ends_with('/') || (format && file_part(output).find('.') == std::string::npos))) {
         refuse("no such directory");
     }

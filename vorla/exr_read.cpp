@@ -279,7 +279,9 @@ void ExrReader::note_choice(const Imf::Header &header)
 void ExrReader::finish()
 {
     const int64_t pixels = int64_t{shape.width} * shape.height;
-    const auto used = [](const Fractions &row) { return row.halves.size() + row.floats.size() > 0; };
+    const auto used = [](const Fractions &row) {
+        return row.halves.size() + row.floats.size() > 0;
+    };
     const int64_t samples =
         pixels * std::count_if(std::begin(fractions), std::end(fractions), used);
     const auto say = [this](int64_t count, int64_t all, const char *what) {

@@ -33,7 +33,7 @@ std::string default_path()
         return "";
     }
     const fs::path beside = directory / MODULE_FILE;
-    const fs::path installed = directory.parent_path() / "lib/vorla" / MODULE_FILE;
+    const fs::path installed = directory.parent_path() / "lib/vorla/modules" / MODULE_FILE;
     const bool is_beside = access(beside.c_str(), F_OK) == 0;
     const bool is_installed = access(installed.c_str(), F_OK) == 0;
     return !is_beside && is_installed ? installed : beside;

@@ -16,7 +16,7 @@ struct Session {
     int32_t channels; // value of the capability request; undecided: none
 
     // Loads the module that the options name; else that of $VORLA_MODULE, else the one beside the
-    // program, else in ../lib/vorla from there. Throws a Failure, EXIT_MODULE.
+    // program, else in ../lib/vorla/modules from there. Throws a Failure, EXIT_MODULE.
     explicit Session(const Options &chosen);
     ~Session();
     Session(const Session &) = delete;
