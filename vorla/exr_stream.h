@@ -2,6 +2,8 @@
 // and the sRGB curve.
 #pragma once
 
+#include <ImfIO.h>
+
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
@@ -39,3 +41,28 @@ inline void seek(FILE *file, uint64_t position)
         throw_errno();
     }
 }
+
+struct InputStream final : Imf::IStream {
+    FILE *file;
+
+    InputStream(FILE *stream, const char *name) : Imf::IStream(name), file(stream) {}
+    bool read(char bytes[], int size) override
+    {
+        if (fread(bytes, 1, static_cast<size_t>(size), file) != static_cast<size_t>(size)) {
+            throw std::runtime_error(ferror(file) ? strerror(errno) : "The file ends early.");
+        }
+        return true;
+    }
+    uint64_t tellg() override
+    {
+        return tell(file);
+    }
+    void seekg(uint64_t position) override
+    {
+        seek(file, position);
+    }
+    void clear() override
+    {
+        clearerr(file);
+    }
+};

@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <array>
 #include <optional>
-#include <vector>
 
 namespace {
 

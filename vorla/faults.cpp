@@ -4,7 +4,6 @@
 #include "format/header.h"
 #include "vorla/formats.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <string.h>
 #include <sys/stat.h>

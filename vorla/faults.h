@@ -4,7 +4,6 @@
 #include "vorla/names.h"
 #include "vorla/report.h"
 
-#include <cstdint>
 #include <optional>
 
 // What the file or the field pair of one kind says of itself.

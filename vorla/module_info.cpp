@@ -1,8 +1,6 @@
 // `vorla module`: what the loaded module says of itself.
 #include "vorla/commands.h"
 
-#include <cstdio>
-
 namespace {
 
 void print_entry(const char *label, const std::string &value)

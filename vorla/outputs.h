@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <deque>
-#include <string>
 #include <vector>
 
 // True of devices, pipes, standard output ("-") and what /dev and /proc name: what goes there is

@@ -6,8 +6,6 @@
 #include "format/header.h"
 #include "vorla/report.h"
 
-#include <cstdint>
-#include <string>
 #include <vector>
 
 struct PictureShape {

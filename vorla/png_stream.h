@@ -6,10 +6,8 @@
 
 #include <png.h>
 
-#include <cerrno>
 #include <csetjmp>
 #include <cstdio>
-#include <string>
 
 // A stream, and why libpng gave up on it.
 struct PngStream {

@@ -5,8 +5,6 @@
 
 #include <unistd.h>
 
-#include <cstdio>
-
 namespace {
 
 // Asks about one file, standard input included.

@@ -3,7 +3,6 @@
 
 #include "vorla/report.h"
 
-#include <stdio.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 

@@ -7,7 +7,6 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <new>
 
 namespace {

@@ -5,9 +5,6 @@
 #include "standin/standin.h"
 #include "vorla/options.h"
 
-#include <string>
-#include <vector>
-
 // How pictures are opened.
 struct Session {
     const Options &options;

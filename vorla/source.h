@@ -8,8 +8,6 @@
 #include "vorla/session.h"
 
 #include <memory>
-#include <string>
-#include <vector>
 
 // A companion that is there but is not part of the open picture.
 struct Dropped {
