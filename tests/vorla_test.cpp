@@ -561,6 +561,8 @@ TEST_F(VorlaTest, LargePictures)
               124);
     EXPECT_EQ(files(), before);
     good("vorla export large.pix large.png");
+    EXPECT_EQ(run(interrupted + "import large.png b.pix").code, 124);
+    EXPECT_FALSE(fs::exists("b.pix"));
     good("vorla export large.pix large.exr");
     rusage usage = {};
     getrusage(RUSAGE_CHILDREN, &usage);

@@ -215,7 +215,7 @@ void write_set(const Session &session, const std::string &output, const PictureS
 // Companions are told from the name of the directory, which must then be its own.
 std::string set_name(const std::string &output)
 {
-    const std::string name = plain_name(output);
+    std::string name = plain_name(output);
     std::error_code error;
     const std::string directory = directory_of(name);
     if (std::filesystem::is_symlink(directory, error)) {
