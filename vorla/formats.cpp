@@ -6,18 +6,11 @@
 #include <algorithm>
 #include <cstring>
 
-// Defined in png_read, png_write, exr_read and exr_write.
-std::unique_ptr<RowReader> open_png(FILE *, const std::string &, const Options &);
-std::unique_ptr<RowWriter> start_png(FILE *, const std::string &, const PictureShape &,
-                                     const Options &);
-#ifdef VORLA_HAVE_EXR
-std::unique_ptr<RowReader> open_exr(FILE *, const std::string &, const Options &);
-std::unique_ptr<RowWriter> start_exr(FILE *, const std::string &, const PictureShape &,
-                                     const Options &);
-#else
-constexpr std::nullptr_t open_exr = nullptr;
-constexpr std::nullptr_t start_exr = nullptr;
-#endif
+// Defined in png.cpp and exr.cpp, of which a program without OpenEXR does not hold the latter.
+OpenPicture open_png;
+StartPicture start_png;
+[[gnu::weak]] OpenPicture open_exr;
+[[gnu::weak]] StartPicture start_exr;
 
 namespace {
 
@@ -47,8 +40,7 @@ const PictureFormat *format_named(const std::string &name)
 
 const PictureFormat *format_of_name(const std::string &file)
 {
-    return find(
-        [&](const PictureFormat &row) { return ends_in(file, std::string(".") + row.name); });
+    return find([&](const PictureFormat &row) { return ends_in(file, text_of(".", row.name)); });
 }
 
 const PictureFormat *format_of_stream(FILE *stream)

@@ -9,18 +9,20 @@
 #include <memory>
 #include <string_view>
 
+// The functions of a format throw a Failure, take `name` for messages, and leave the stream to the
+// caller, which must outlive the result.
+using OpenPicture = std::unique_ptr<RowReader>(FILE *stream, const std::string &name,
+                                               const Options &options);
+using StartPicture = std::unique_ptr<RowWriter>(FILE *stream, const std::string &name,
+                                                const PictureShape &shape, const Options &options);
+
 struct PictureFormat {
     const char *name; // as of --to; "." and this is the extension
     const char *words;
     std::string_view first_bytes;
-    bool has_linear; // takes the options of linear colour and of depth
-
-    // Both throw a Failure, take `name` for messages, and leave the stream to the caller, which
-    // must outlive the result. Null when the program is built without the format.
-    std::unique_ptr<RowReader> (*open)(FILE *stream, const std::string &name,
-                                       const Options &options);
-    std::unique_ptr<RowWriter> (*start)(FILE *stream, const std::string &name,
-                                        const PictureShape &shape, const Options &options);
+    bool has_linear;     // takes the options of linear colour and of depth
+    OpenPicture *open;   // null when the program is built without the format
+    StartPicture *start; // the same
 };
 
 // The format of that name ("png"), of that file name's extension or of what the stream, which is

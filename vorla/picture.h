@@ -29,18 +29,16 @@ inline size_t depth_index(const PictureShape &shape)
     return matte_index(shape) + (shape.matte ? 1 : 0);
 }
 
-// Buffers for a row of the shape; `array` is what the module and the readers take.
+// Buffers for a row of the shape, the depths in the last; each has room for depths. `array` is what
+// the module and the readers take.
 struct RowBuffers {
     std::vector<std::vector<int32_t>> buffers;
     std::vector<void *> array;
 
     explicit RowBuffers(const PictureShape &shape)
+        : buffers(depth_index(shape) + (shape.depth ? 1 : 0),
+                  std::vector<int32_t>(static_cast<size_t>(shape.width)))
     {
-        const auto width = static_cast<size_t>(shape.width);
-        buffers.resize(depth_index(shape), std::vector<int32_t>((width + 3) / 4));
-        if (shape.depth) {
-            buffers.emplace_back(width);
-        }
         for (std::vector<int32_t> &buffer : buffers) {
             array.push_back(buffer.data());
         }
@@ -65,6 +63,27 @@ struct RowReader {
     virtual void read_row(void *const *rows) = 0;
     // Reads what follows the last row.
     virtual void finish() = 0;
+
+  protected:
+    // Adds a note of the parts, numbers too.
+    template <class... Parts>
+    void note_if(bool is_worth_it, const Parts &...parts)
+    {
+        if (is_worth_it) {
+            notes.push_back(text_of(parts...));
+        }
+    }
+
+    // Refuses a picture that is larger than a PIX file can be.
+    void set_size(const std::string &name, int64_t width, int64_t height)
+    {
+        if (width > PIX_MAX_SIZE || height > PIX_MAX_SIZE) {
+            throw Failure(EXIT_DAMAGED, name, "cannot import: the picture has ", width, " x ",
+                          height, " pixels; PIX goes up to ", PIX_MAX_SIZE, " x ", PIX_MAX_SIZE);
+        }
+        shape.width = static_cast<int32_t>(width);
+        shape.height = static_cast<int32_t>(height);
+    }
 };
 
 // Refuses a picture that is larger than a PIX file can be.
