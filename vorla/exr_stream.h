@@ -1,68 +1,73 @@
-// What reading and writing OpenEXR files share: streams of the C library under the C++ library,
-// and the sRGB curve.
+// The streams of OpenEXR on those of the C library, and what its exceptions become.
 #pragma once
+
+#include "vorla/report.h"
 
 #include <ImfIO.h>
 
-#include <cerrno>
-#include <cmath>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <stdexcept>
 
-constexpr int NO_THREADS = 0; // all work is done in the calling thread
-constexpr const char *COLOURS[] = {"R", "G", "B"};
-
-// A sample of the linear scale for one of the sRGB curve, both 0 to 1.
-inline double to_linear(double value)
-{
-    return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
-}
-
-[[noreturn]] inline void throw_errno()
-{
-    throw std::runtime_error(strerror(errno));
-}
-
-// Position in bytes.
-inline uint64_t tell(FILE *file)
-{
-    const off_t at = ftello(file);
-    if (at < 0) {
-        throw_errno();
-    }
-    return static_cast<uint64_t>(at);
-}
-
-inline void seek(FILE *file, uint64_t position)
-{
-    if (fseeko(file, static_cast<off_t>(position), SEEK_SET) != 0) {
-        throw_errno();
-    }
-}
-
-struct InputStream final : Imf::IStream {
+// A stream of the C library under those of the C++ library.
+struct ExrStream final : Imf::IStream, Imf::OStream {
     FILE *file;
+    const std::string name;
+    std::string problem; // the last; kept because the library drops some of what is thrown
 
-    InputStream(FILE *stream, const char *name) : Imf::IStream(name), file(stream) {}
+    ExrStream(FILE *stream, const std::string &shown)
+        : Imf::IStream(shown.c_str()), Imf::OStream(shown.c_str()), file(stream), name(shown)
+    {
+    }
+    void check(bool good)
+    {
+        if (!good) {
+            problem = feof(file) ? "The file ends early." : strerror(errno);
+            throw std::runtime_error(problem);
+        }
+    }
     bool read(char bytes[], int size) override
     {
-        if (fread(bytes, 1, static_cast<size_t>(size), file) != static_cast<size_t>(size)) {
-            throw std::runtime_error(ferror(file) ? strerror(errno) : "The file ends early.");
-        }
+        const auto count = static_cast<size_t>(size);
+        check(fread(bytes, 1, count, file) == count);
         return true;
+    }
+    void write(const char bytes[], int size) override
+    {
+        const auto count = static_cast<size_t>(size);
+        check(fwrite(bytes, 1, count, file) == count);
+    }
+    uint64_t tellp() override
+    {
+        const off_t at = ftello(file);
+        check(at >= 0);
+        return static_cast<uint64_t>(at);
+    }
+    void seekp(uint64_t position) override
+    {
+        check(fseeko(file, static_cast<off_t>(position), SEEK_SET) == 0);
     }
     uint64_t tellg() override
     {
-        return tell(file);
+        return tellp();
     }
     void seekg(uint64_t position) override
     {
-        seek(file, position);
-    }
-    void clear() override
-    {
-        clearerr(file);
+        seekp(position);
     }
 };
+
+// Runs a step that uses the stream, and makes a Failure of what the library throws: `code`, or
+// EXIT_IO when the stream has failed.
+template <class Step>
+void guarded(const ExrStream &stream, const char *what, ExitCode code, const Step &step)
+{
+    try {
+        step();
+    } catch (const Failure &) {
+        throw;
+    } catch (const std::bad_alloc &) {
+        fail_system(stream.name, what, ENOMEM);
+    } catch (const std::exception &thrown) {
+        throw Failure(ferror(stream.file) ? EXIT_IO : code, stream.name, what, ": ", thrown.what());
+    }
+}

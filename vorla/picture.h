@@ -85,15 +85,3 @@ struct RowReader {
         shape.height = static_cast<int32_t>(height);
     }
 };
-
-// Refuses a picture that is larger than a PIX file can be.
-inline void check_size(const std::string &name, int64_t width, int64_t height)
-{
-    if (width > PIX_MAX_SIZE || height > PIX_MAX_SIZE) {
-        const std::string most = std::to_string(PIX_MAX_SIZE);
-        throw Failure(EXIT_DAMAGED, name,
-                      "cannot import: the picture has " + std::to_string(width) + " x " +
-                          std::to_string(height) + " pixels; PIX goes up to " + most + " x " +
-                          most);
-    }
-}
