@@ -122,6 +122,7 @@ struct ExrReader final : RowReader {
     int64_t clamped = 0;              // of these, and of depths:
     int64_t rounded = 0;
     int64_t limited = 0;
+    int64_t endless = 0;
 
     ExrReader(FILE *input, const std::string &name, const Options &chosen)
         : stream(input, name), options(chosen)
@@ -138,15 +139,16 @@ struct ExrReader final : RowReader {
         file.emplace(*parts, 0);
         const Imf::Header &header = file->header();
         const Imath::Box2i &window = header.dataWindow();
-        const Imath::Box2i &display = header.displayWindow();
         set_size(stream.name, window.size().x + 1, window.size().y + 1);
         line = window.min.y;
         note_if(parts->parts() > 1, "only the first of ", parts->parts(), " parts is taken");
-        note_if(Imf::isDeepData(header.type()), "deep samples are flattened");
         choose_channels(header.channels());
+        const bool deep = Imf::isDeepData(header.type());
+        note_if(deep, "deep samples are flattened");
+        shape.depth = shape.depth && !deep; // the library would add up the depths of a pixel
         take_channels(header.channels(), window.min.x);
-        note_if(window != display, "the data window, ", size_of(window),
-                ", is taken, not the display window, ", size_of(display));
+        note_if(window != header.displayWindow(), "the data window, ", size_of(window),
+                ", is taken, not the display window, ", size_of(header.displayWindow()));
     }
 
     void refuse_if(bool refused, const std::string &why) const
@@ -211,8 +213,11 @@ struct ExrReader final : RowReader {
     {
         const double sample =
             whole_depth ? static_cast<uint32_t>(word) : double{std::bit_cast<float>(word)};
-        const double scaled =
-            std::isfinite(sample) ? sample * options.depth_scale : PIX_DEPTH_LIMIT;
+        if (!std::isfinite(sample)) {
+            endless += 1;
+            return PIX_DEPTH_LIMIT;
+        }
+        const double scaled = sample * options.depth_scale;
         const double whole = std::round(scaled);
         const double nearest = std::clamp(whole, 0.0, double{INT32_MAX});
         limited += nearest != whole ? 1 : 0;
@@ -247,6 +252,8 @@ struct ExrReader final : RowReader {
                 " depths rounded to whole numbers; --depth-scale multiplies them first");
         note_if(limited > 0, grouped(limited), " of ", pixels,
                 " depths outside 0 to 2147483647 clamped");
+        note_if(endless > 0, grouped(endless), " of ", pixels,
+                " depths that are infinite or no numbers made ", PIX_DEPTH_LIMIT);
     }
 };
 
