@@ -1,14 +1,12 @@
 // `vorla import`: a picture of another format is read row by row and written through the module,
-// under temporary names, which outputs.h replaces. Companions stand where names.h says. A picture
+// under temporary names, which files.h replaces. Companions stand where names.h says. A picture
 // without colour has none, whatever stands there.
-#include "vorla/batch.h"
 #include "vorla/commands.h"
-#include "vorla/faults.h"
+#include "vorla/files.h"
 #include "vorla/formats.h"
-#include "vorla/outputs.h"
 #include "vorla/plan.h"
 #include "vorla/progress.h"
-#include "vorla/spool.h"
+#include "vorla/source.h"
 
 #include <unistd.h>
 
@@ -18,29 +16,16 @@ namespace {
 
 // --- The input ------------------------------------------------------------------------------
 
-struct CloseFile {
-    void operator()(FILE *file) const
-    {
-        if (file != stdin) {
-            (void)fclose(file);
-        }
-    }
-};
-
-using InputFile = std::unique_ptr<FILE, CloseFile>;
-
-InputFile open_input(const std::string &name)
+File open_input(const std::string &name)
 {
     if (name == "-") {
         make_input_seekable();
-        rewind(stdin); // a spooled one stands at its end
-        return InputFile(stdin);
+    } else {
+        refuse_pipe(name);
     }
-    refuse_pipe(name);
-    InputFile file(fopen(name.c_str(), "re"));
-    if (!file) {
-        fail_system(name, "cannot open");
-    }
+    File file(name == "-" ? stdin : fopen(name.c_str(), "re"), fclose);
+    check_call(file != nullptr, name, "cannot open");
+    rewind(file.get()); // standard input may stand at its end
     return file;
 }
 
@@ -50,86 +35,68 @@ std::unique_ptr<RowReader> open_picture(FILE *file, const std::string &name, con
     const Options &options = session.options;
     errno = 0;
     const PictureFormat *format = format_of_stream(file);
-    if (ferror(file)) {
-        fail_system(name, "cannot read");
-    }
+    check_call(ferror(file) == 0, name, "cannot read");
     if (!format) {
         const bool is_pix = session.module.is_file(name.c_str(), file) == 1;
         throw Failure(EXIT_DAMAGED, name, "cannot import: it ",
                       is_pix ? "is PIX already; vorla export makes PNG and OpenEXR of it"
                              : "begins like neither PNG nor OpenEXR");
     }
-    if ((options.linear || options.depth_scale != 1) && !format->has_linear) {
-        throw Failure(EXIT_USAGE, name,
-                      "cannot import: --linear and --depth-scale are for OpenEXR");
-    }
-    if (!format->open) {
-        throw Failure(EXIT_USAGE, name, "cannot read ", format->words, ": vorla was built without");
-    }
+    refuse_if((options.linear || options.depth_scale != 1) && !format->has_linear, name,
+              "cannot import: --linear and --depth-scale are for OpenEXR");
+    refuse_if(!format->open, name, "cannot read ", format->words, ": vorla was built without");
     return format->open(file, name, options);
 }
 
 // --- The files of the set -------------------------------------------------------------------
 
-bool has_companion(const PictureShape &shape, FileKind kind)
+// The paths by FileKind. A picture without colour has no companions, whatever stands there.
+Names files_of_set(const std::string &output, const PictureShape &shape)
 {
-    return shape.colour && (kind == KIND_MATTE ? shape.matte : shape.depth);
+    return shape.colour ? Names{output, companion_path(output, KIND_MATTE),
+                                companion_path(output, KIND_DEPTH)}
+                        : Names{output};
 }
 
-void check_name(const std::string &output, const PictureShape &shape)
-{
-    if (is_written_directly(output)) {
-        throw Failure(EXIT_USAGE, output,
-                      "cannot import: a picture is a set of files, which need names");
-    }
-    if (field_names(output).is_field) {
-        throw Failure(EXIT_USAGE, output,
-                      "cannot import: it is a field's name, and fields are not written");
-    }
-    for (const FileKind kind : COMPANIONS) {
-        const std::string directory = directory_of(companion_path(output, kind));
-        if (shape.colour && is_same_file(directory, directory_of(output))) {
-            throw Failure(EXIT_USAGE, output,
-                          std::string("cannot import: a picture in the directory of the ") +
-                              file_part(directory) + " files would be its own companion");
-        }
-    }
-}
-
-// Throws unless the picture `output` can be made: its name is one that a set can have, and, unless
-// files are overwritten, neither it, nor a field of it, nor what would become its companion is
+// Throws a Failure unless the set can be made of `input`: it is no file of its own, its name is one
+// that a set can have, and, unless files are overwritten, neither a file of it nor a field is
 // there.
-void check_set(const Options &options, const std::string &output, const PictureShape &shape)
+void check_set(const Options &options, const std::string &input, const Names &set)
 {
-    check_name(output, shape);
-    check_free(output, options.overwrite);
+    const std::string &output = set[KIND_MAIN];
     const FieldNames fields = field_names(output);
+    refuse_if(is_written_directly(output), output,
+              "cannot import: a picture is a set of files, which need names");
+    refuse_if(fields.is_field, output,
+              "cannot import: it is a field's name, and fields are not written");
+    for (size_t kind = KIND_MAIN; kind < set.size(); ++kind) {
+        const std::string directory = directory_of(set[kind]);
+        refuse_if(kind != KIND_MAIN && is_same_file(directory, directory_of(output)), output,
+                  "cannot import: a picture in the directory of the ", file_part(directory),
+                  " files would be its own companion");
+        refuse_if(is_same_file(input, set[kind]), set[kind],
+                  "cannot write: it is the picture to import");
+        check_free(set[kind], options.overwrite);
+    }
     for (const std::string &field : {fields.even, fields.odd}) {
         if (!options.overwrite && access(field.c_str(), F_OK) == 0) {
-            throw Failure(EXIT_IO, output,
-                          "cannot write: there is the field " + field +
-                              ", which the picture would hide; -f makes it all the same");
-        }
-    }
-    for (const FileKind kind : COMPANIONS) {
-        if (shape.colour) {
-            check_free(companion_path(output, kind), options.overwrite);
+            throw Failure(EXIT_IO, output, "cannot write: there is the field ", field,
+                          ", which the picture would hide; -f makes it all the same");
         }
     }
 }
 
 // Adds the files of the set, and returns the temporary name of the main one. Companions that the
 // new picture does not have would be taken for its own: they are removed.
-std::string add_set(Outputs *outputs, const std::string &output, const PictureShape &shape)
+std::string add_set(Outputs *outputs, const Names &set, const PictureShape &shape)
 {
-    std::string main = outputs->add_name(output);
-    for (const FileKind kind : COMPANIONS) {
-        const std::string companion = companion_path(output, kind);
-        if (has_companion(shape, kind)) {
-            outputs->add_directory(directory_of(companion));
-            outputs->add_name(companion, file_part(main));
-        } else if (shape.colour) {
-            outputs->add_stale(companion);
+    std::string main = outputs->add(set[KIND_MAIN]).temporary;
+    const bool is_part[] = {true, shape.matte, shape.depth};
+    for (size_t kind = KIND_MATTE; kind < set.size(); ++kind) {
+        if (is_part[kind]) {
+            outputs->add_companion(set[kind], file_part(main));
+        } else {
+            outputs->add_stale(set[kind]);
         }
     }
     return main;
@@ -138,108 +105,79 @@ std::string add_set(Outputs *outputs, const std::string &output, const PictureSh
 // --- Writing through the module -------------------------------------------------------------
 
 // What of the picture is to be written: the channel choice is about companions.
-PictureShape chosen_shape(const PictureShape &shape, int32_t channels)
+PictureShape chosen_shape(PictureShape shape, int32_t channels)
 {
     const bool all = channels == PIX_CHANNELS_UNDECIDED || channels == PIX_CHANNELS_RGB_MATTE_Z;
-    PictureShape chosen = shape;
-    chosen.depth = shape.depth && all;
-    chosen.matte = shape.matte && (!shape.colour || all || channels == PIX_CHANNELS_RGB_MATTE);
-    return chosen;
+    shape.depth = shape.depth && all;
+    shape.matte = shape.matte && (!shape.colour || all || channels == PIX_CHANNELS_RGB_MATTE);
+    return shape;
 }
 
-// Ends with the module's own words, if it has had any.
-[[noreturn]] void fail_in_module(const std::string &output, const Outputs &outputs)
+// Ends with the module's own words, if it has had any. They name the files by the last part of
+// their temporary names.
+[[noreturn]] void fail_in_module(const std::string &output, const std::string &temporary)
 {
-    const std::vector<std::string> &words = module_messages();
-    for (size_t at = 0; at + 1 < words.size(); ++at) {
-        complain(output, outputs.with_final_names(words[at]));
+    check_interrupt(); // it may be the reason
+    std::string words = text_of("cannot write: the module gives error ", vyn__err);
+    for (const std::string &message : module_messages()) {
+        words = message;
+        const size_t at = words.find(temporary);
+        if (at != std::string::npos) {
+            words.replace(at, temporary.size(), file_part(output));
+        }
+        complain(output, words); // the last is not said twice
     }
-    throw Failure(EXIT_IO, output,
-                  words.empty() ? "cannot write: the module gives error " + std::to_string(vyn__err)
-                                : outputs.with_final_names(words.back()));
+    throw Failure(EXIT_IO, output, words);
 }
 
-struct CloseImage {
-    void operator()(ImageHandle *handle) const
-    {
-        (void)(handle->close_proc ? handle->close_proc(handle) : 0);
-    }
-};
-
-using Handle = std::unique_ptr<ImageHandle, CloseImage>;
-
-// Null when the module cannot make all of the files.
-Handle open_output(const Session &session, const std::string &name, const PictureShape &shape)
+// Writes the picture to files of which `main` is the main one. False when the module cannot.
+bool write_picture(const Session &session, const std::string &main, const PictureShape &shape,
+                   const std::string &output, RowReader *reader)
 {
-    const int mattes = shape.matte ? 1 : 0;
-    const int depths = shape.depth ? 1 : 0;
-    ImageHandle *handle = standin_new_writer(name.c_str(), shape.width, shape.height,
-                                             shape.colour ? 3 : 0, mattes, depths);
+    ImageHandle *handle = standin_new_writer(main.c_str(), shape.width, shape.height,
+                                             shape.colour ? 3 : 0, shape.matte, shape.depth);
     if (session.channels != PIX_CHANNELS_UNDECIDED) {
         standin_request(handle, PIX_CAP_OUTPUT_CHANNELS, session.channels);
     }
     forget_messages();
     if (session.module.write_open(handle) != 1) {
         vyn__free_obj(handle);
-        return nullptr;
+        return false;
     }
-    Handle opened(handle);
-    const bool whole = handle->info->matte_count == mattes && handle->info->aux_count == depths;
-    return whole ? std::move(opened) : nullptr;
-}
-
-void write_set(const Session &session, const std::string &output, const PictureShape &shape,
-               RowReader *reader, Outputs *outputs)
-{
-    Handle handle = open_output(session, add_set(outputs, output, shape), shape);
-    if (!handle) {
-        fail_in_module(output, *outputs);
-    }
+    std::unique_ptr<ImageHandle, CloseImage> opened(handle);
+    const ImageInfo &info = *handle->info;
+    bool good = info.matte_count == shape.matte && info.aux_count == shape.depth;
     RowBuffers rows(reader->shape);
+    void *array = rows.array.data();
     Progress progress(output, shape.height, "rows");
-    for (int32_t row = 0; row < shape.height; ++row) {
+    for (int32_t row = 0; good && row < shape.height; ++row) {
         reader->read_row(rows.array.data());
-        void *array = rows.array.data();
-        if (handle->scanline_proc(handle->priv->state, shape.height - 1 - row, array) != 0) {
-            fail_in_module(output, *outputs);
-        }
+        good = handle->scanline_proc(handle->priv->state, shape.height - 1 - row, array) == 0;
         progress.show(row + 1);
     }
-    reader->finish();
-    ImageHandle *whole = handle.release();
-    if (whole->close_proc(whole) != 0) {
-        fail_in_module(output, *outputs);
+    if (good) {
+        reader->finish();
+        good = handle->close_proc(opened.release()) == 0;
     }
+    return good;
 }
 
 // Companions are told from the name of the directory, which must then be its own.
 std::string set_name(const std::string &output)
 {
-    std::string name = plain_name(output);
+    const std::string name = plain_name(output);
+    const std::filesystem::path directory = directory_of(name);
     std::error_code error;
-    const std::string directory = directory_of(name);
-    if (std::filesystem::is_symlink(directory, error)) {
-        const auto real = std::filesystem::canonical(directory, error);
-        return error ? name : (real / file_part(name)).string();
-    }
-    return name;
+    const auto real = std::filesystem::canonical(directory, error);
+    const bool is_link = std::filesystem::is_symlink(directory, error);
+    return is_link && !real.empty() ? (real / file_part(name)).string() : name;
 }
 
-ExitCode import_one(const Session &session, const Job &job)
+ExitCode import_one(const Session &session, const std::string &input, const std::string &wanted)
 {
-    const Options &options = session.options;
-    const std::string output = set_name(job.output);
-    const std::string name = job.input == "-" ? "standard input" : job.input;
-    if (options.skips && may_exist(output)) {
-        return EXIT_FINE;
-    }
-    for (const std::string &file :
-         {output, companion_path(output, KIND_MATTE), companion_path(output, KIND_DEPTH)}) {
-        if (is_same_file(job.input, file)) {
-            throw Failure(EXIT_USAGE, file, "cannot write: it is the picture to import");
-        }
-    }
-    const InputFile file = open_input(job.input);
+    const std::string output = set_name(wanted);
+    const std::string name = input == "-" ? "standard input" : input;
+    const File file = open_input(input);
     const std::unique_ptr<RowReader> reader = open_picture(file.get(), name, session);
     const PictureShape shape = chosen_shape(reader->shape, session.channels);
     if (!shape.colour && shape.depth) {
@@ -247,9 +185,13 @@ ExitCode import_one(const Session &session, const Job &job)
                       "cannot import: PIX has no depth beside a matte without colour; "
                       "--channels matte leaves it out");
     }
-    check_set(options, output, shape);
-    Outputs outputs(options.overwrite);
-    write_set(session, output, shape, reader.get(), &outputs);
+    const Names set = files_of_set(output, shape);
+    check_set(session.options, input, set);
+    Outputs outputs(session.options.overwrite);
+    const std::string main = add_set(&outputs, set, shape);
+    if (!write_picture(session, main, shape, output, reader.get())) {
+        fail_in_module(output, file_part(main));
+    }
     outputs.put_in_place();
     for (const std::string &words : reader->notes) {
         note(name, words);
@@ -261,17 +203,6 @@ ExitCode import_one(const Session &session, const Job &job)
 
 ExitCode run_import(const Session &session)
 {
-    const Options &options = session.options;
-    check_directory(options);
-    for (const char *end : {".png", ".exr", "/"}) {
-        if (!is_directory(options.output) && ends_in(options.output, end)) {
-            throw Failure(EXIT_USAGE, options.output,
-                          end[0] == '/' ? "no such directory"
-                                        : text_of("cannot import: the name ends in ", end,
-                                                  ", and what is made is PIX"));
-        }
-    }
-    const std::vector<Job> jobs = plan_jobs(session, ".pix");
-    return run_batch(session, options.output, inputs_of(jobs),
-                     [&](size_t at) { return import_one(session, jobs[at]); });
+    check_output(session.options);
+    return run_work(session, "pix", import_one);
 }

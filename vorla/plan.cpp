@@ -1,6 +1,9 @@
 // Names of outputs.
 #include "vorla/plan.h"
 
+#include "vorla/batch.h"
+#include "vorla/faults.h"
+#include "vorla/files.h"
 #include "vorla/formats.h"
 
 #include <filesystem>
@@ -10,16 +13,50 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The last part of the name of what is made of `input` in a directory.
-std::string output_name(const Session &session, const std::string &input,
+std::string true_path(const std::string &name)
+{
+    std::error_code error;
+    const fs::path path = fs::weakly_canonical(name, error);
+    return is_standard_output(name) ? "-" : error ? name : path.string();
+}
+
+// The end that a name of this kind has if it is that of an input.
+std::string end_of_input(const Options &options, const std::string &name)
+{
+    const PictureFormat *format = options.command == "import" ? format_of_name(name) : nullptr;
+    return format ? std::string(".") + format->name : ".pix";
+}
+
+// What is made of `input` in a directory.
+std::string output_name(const Options &options, const std::string &input,
                         const std::string &extension)
 {
     const std::string file = file_part(input);
-    const bool importing = session.options.command == "import";
-    const PictureFormat *format = importing ? format_of_name(file) : nullptr;
-    const std::string base = importing ? file : field_names(file).base;
-    const std::string end = format ? std::string(".") + format->name : ".pix";
-    return (ends_in(base, end) ? base.substr(0, base.size() - end.size()) : base) + extension;
+    const std::string base = options.command == "import" ? file : field_names(file).base;
+    const std::string end = end_of_input(options, base);
+    const size_t size = base.size() - (ends_in(base, end) ? end.size() : 0);
+    return fs::path(options.output) / (base.substr(0, size) + "." + extension);
+}
+
+// The output of each input, "" for a picture that is named before.
+Names plan_outputs(const Session &session, const std::string &extension)
+{
+    const Options &options = session.options;
+    if (!is_directory(options.output)) {
+        return {options.output};
+    }
+    Names outputs;
+    std::map<std::string, std::string> inputs; // by the output
+    for (const std::string &input : options.files) {
+        refuse_if(input == "-", "standard input", "cannot ", options.command,
+                  " into a directory: it has no name");
+        const std::string output = output_name(options, input, extension);
+        const auto [other, is_new] = inputs.emplace(output, input);
+        refuse_if(!is_new && identity_of(session, input) != identity_of(session, other->second),
+                  input, "cannot ", options.command, ": ", output, " is made of ", other->second);
+        outputs.push_back(is_new ? output : "");
+    }
+    return outputs;
 }
 
 } // namespace
@@ -32,51 +69,40 @@ bool is_directory(const std::string &name)
 
 std::string identity_of(const Session &session, const std::string &name)
 {
-    std::error_code error;
-    const FileSet files = find_files(plain_name(name), session.options.search);
-    return fs::weakly_canonical(files.paths[KIND_MAIN][0], error).string();
+    return true_path(find_files(plain_name(name), session.options.search).paths[KIND_MAIN][0]);
 }
 
-Names inputs_of(const std::vector<Job> &jobs)
+void check_output(const Options &options)
 {
-    Names names;
-    for (const Job &job : jobs) {
-        names.push_back(job.input);
+    const std::string &output = options.output;
+    if (is_directory(output)) {
+        return;
     }
-    return names;
+    refuse_if(options.files.size() > 1, output, "no such directory; ", options.command,
+              " takes one IN and one OUT, or several IN and a directory");
+    const bool importing = options.command == "import";
+    const std::string end = end_of_input(options, output);
+    refuse_if(ends_in(output, end) && end != (importing ? ".pix" : ""), output, "cannot ",
+              options.command, ": the name ends in ", end, ", and what is made is ",
+              importing ? "PIX" : "PNG or OpenEXR");
+    // A PIX file needs no extension.
+    const bool is_file = importing || output == "-" || may_exist(output) ||
+                         file_part(output).find('.') != std::string::npos;
+    refuse_if(output.ends_with('/') || !is_file, output, "no such directory");
 }
 
-void check_directory(const Options &options)
-{
-    if (options.files.size() > 1 && !is_directory(options.output)) {
-        throw Failure(EXIT_USAGE, options.output, "no such directory; ", options.command,
-                      " takes one IN and one OUT, or several IN and a directory");
-    }
-}
-
-std::vector<Job> plan_jobs(const Session &session, const std::string &extension)
+ExitCode run_work(const Session &session, const std::string &extension, Work *work)
 {
     const Options &options = session.options;
-    if (!is_directory(options.output)) {
-        return {{options.files[0], options.output}};
-    }
-    std::vector<Job> jobs;
-    std::map<std::string, Job> taken; // by the output
-    for (const std::string &input : options.files) {
-        if (input == "-") {
-            throw Failure(EXIT_USAGE, "standard input", "cannot ", options.command,
-                          " into a directory: it has no name");
-        }
-        const std::string output = options.output + (options.output.ends_with('/') ? "" : "/") +
-                                   output_name(session, input, extension);
-        const std::string identity = identity_of(session, input);
-        const auto [other, is_new] = taken.emplace(output, Job{input, identity});
-        if (is_new) {
-            jobs.push_back({input, output});
-        } else if (identity != other->second.output) {
-            throw Failure(EXIT_USAGE, input, "cannot ", options.command, ": ", output,
-                          " is made of ", other->second.input);
-        }
-    }
-    return jobs;
+    const std::string &view = options.depth_picture;
+    const Names outputs = plan_outputs(session, extension);
+    refuse_if(!view.empty() && true_path(outputs[0]) == true_path(view), view,
+              "cannot be both the picture and the view of its depth");
+    return run_batch(session, options.output, options.files, [&](size_t at) {
+        const std::string &output = outputs[at];
+        // An empty name, of a view that is not wanted, counts as there.
+        const bool is_there = output != "-" && may_exist(output) && may_exist(view);
+        const bool passes = output.empty() || (options.skips && is_there);
+        return passes ? EXIT_FINE : work(session, options.files[at], output);
+    });
 }

@@ -1,26 +1,32 @@
-// Which picture goes to which file, and which pictures are one.
+// Which picture goes to which file, which pictures are one, and what cannot be an output.
 #pragma once
 
 #include "vorla/session.h"
 
-// A picture to be read and the file to be made of it.
-struct Job {
-    std::string input;
-    std::string output;
-};
+// Throws a Failure, EXIT_USAGE, if that is wrong.
+template <class... Parts>
+void refuse_if(bool wrong, const std::string &file, const Parts &...why)
+{
+    if (wrong) {
+        throw Failure(EXIT_USAGE, file, why...);
+    }
+}
+
+[[nodiscard]] bool is_directory(const std::string &name);
 
 // What tells pictures apart that are named: the true path of the main file or the even field.
 [[nodiscard]] std::string identity_of(const Session &session, const std::string &name);
 
-// The jobs of export or import. `extension`, of the outputs, begins with a dot. A directory gets
-// names that are made of those of the inputs; pictures named twice and both fields of one make one
-// job. Throws a Failure, EXIT_USAGE, also when two pictures would make the same file.
-[[nodiscard]] std::vector<Job> plan_jobs(const Session &session, const std::string &extension);
+// Throws a Failure, EXIT_USAGE, unless the output of export or import is a directory, or there is
+// one input and the output has a name that suits what is made of it.
+void check_output(const Options &options);
 
-// The inputs of jobs.
-[[nodiscard]] Names inputs_of(const std::vector<Job> &jobs);
+// The work on a picture and the file to be made of it.
+using Work = ExitCode(const Session &session, const std::string &input, const std::string &output);
 
-// Throws a Failure, EXIT_USAGE, unless the output is a directory or there is one input.
-void check_directory(const Options &options);
-
-[[nodiscard]] bool is_directory(const std::string &name);
+// Does the work on all inputs, and returns the highest exit code. In a directory the outputs have
+// the names of the inputs, with that extension. Pictures named twice and both fields of one are
+// worked on once, and, when the options say so, those are passed over whose outputs are there.
+// Throws a Failure, EXIT_USAGE, when two pictures, or one and the view of its depth, would make the
+// same file.
+[[nodiscard]] ExitCode run_work(const Session &session, const std::string &extension, Work *work);

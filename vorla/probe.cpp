@@ -1,7 +1,7 @@
 // `vorla probe`: whether files are PIX, asked of the module. Of a picture that is stored as two
 // fields, both are asked about.
 #include "vorla/commands.h"
-#include "vorla/spool.h"
+#include "vorla/files.h"
 
 #include <unistd.h>
 

@@ -4,115 +4,102 @@
 #include "format/depth.h"
 
 #include <algorithm>
+#include <numeric>
 
 namespace {
 
+// The first of `whole` rows or columns that become number `at` when they are made `parts`.
+int32_t start_of(int32_t at, int32_t whole, int32_t parts)
+{
+    return static_cast<int32_t>(int64_t{at} * whole / parts);
+}
+
+// The shape that fits into so many pixels each way; 0: as it is.
 PictureShape fit(PictureShape shape, int32_t size)
 {
     const int32_t longer = std::max(shape.width, shape.height);
-    for (int32_t *side : {&shape.width, &shape.height}) {
-        if (size > 0 && size < longer) {
-            *side = std::max(1, static_cast<int32_t>(int64_t{*side} * size / longer));
-        }
-    }
+    const int32_t most = size > 0 ? std::min(size, longer) : longer;
+    shape.width = std::max(1, start_of(most, shape.width, longer));
+    shape.height = std::max(1, start_of(most, shape.height, longer));
     return shape;
 }
 
-void fill_depths(RowBuffers *rows, const PictureShape &shape)
+// Adds a row to the sums of columns, or to the least of their depths.
+void add_row(const void *row, bool is_depth, std::vector<int32_t> *columns)
 {
-    if (shape.depth) {
-        std::vector<int32_t> &depths = rows->buffers.back();
-        std::fill(depths.begin(), depths.end(), PIX_DEPTH_LIMIT);
+    for (size_t x = 0; x < columns->size(); ++x) {
+        int32_t &column = (*columns)[x];
+        column = is_depth ? std::min(column, static_cast<const int32_t *>(row)[x])
+                          : column + static_cast<const uint8_t *>(row)[x];
     }
 }
 
 } // namespace
 
 ExportRows::ExportRows(Source *picture)
-    : shape(fit(picture->shape, picture->session.options.size)), source(picture),
-      whole(picture->shape), black(whole), small(shape)
+    : shape(fit(picture->shape, picture->session.options.size)), source(picture), made(shape)
 {
-    fill_depths(&black, whole);
-    const auto width = static_cast<size_t>(whole.width);
-    for (size_t x = 0; x < width; ++x) { // the last column that begins at or before x
-        column.push_back(((x + 1) * static_cast<size_t>(shape.width) - 1) / width);
+    if (shape.depth) {
+        std::fill_n(made.buffers.back().begin(), shape.width, PIX_DEPTH_LIMIT);
     }
 }
 
-// The module passes over a damaged row by its own rule when it comes from a row before it, or from
-// a fresh open.
-void *const *ExportRows::read_whole(int32_t row)
+// Reads a row of the picture. False when it is lost. The module passes over damaged rows by its own
+// rule when it comes from a row before them, or from a fresh open.
+bool ExportRows::find(int32_t row)
 {
-    if (!source->session.options.partial) {
-        source->read_row(row);
-        return source->rows;
-    }
-    if (row == 0) {
-        lost = 0;
-        good = -1;
-    }
-    if (astray && good < 0) {
+    good = row == 0 ? -1 : good;
+    if (lost > 0 && good < 0) {
         source->reopen();
     }
-    const bool found = !astray || good < 0 || source->fetch_row(good);
-    astray = true;
+    lost = row == 0 ? 0 : lost;
     try {
         if (lost == 0) {
             source->read_row(row);
-            astray = false;
-        } else {
-            astray = !found || !source->fetch_row(row);
+            good = row;
+        } else if (good < 0 || good == row - 1 || source->fetch_row(good)) {
+            good = source->fetch_row(row) ? row : good;
         }
     } catch (const Failure &failure) {
-        if (failure.code != EXIT_DAMAGED) {
+        if (failure.code != EXIT_DAMAGED || !source->session.options.partial) {
             throw;
         }
         first = failure.what();
     }
-    lost += astray ? 1 : 0;
-    good = astray ? good : row;
-    return astray ? black.array.data() : source->rows;
-}
-
-// Adds a row to the sums, and to the least of the depths.
-void ExportRows::add(void *const *rows)
-{
-    const auto width = static_cast<size_t>(shape.width);
-    for (size_t channel = 0; channel < depth_index(shape); ++channel) {
-        const auto *samples = static_cast<const uint8_t *>(rows[channel]);
-        uint64_t *sum = sums.data() + channel * width;
-        for (size_t x = 0; x < column.size(); ++x) {
-            sum[column[x]] += samples[x];
-        }
-    }
-    uint64_t *pixels = sums.data() + depth_index(shape) * width;
-    for (size_t x = 0; x < column.size(); ++x) {
-        pixels[column[x]] += 1;
-        if (shape.depth) {
-            int32_t &least = small.buffers.back()[column[x]];
-            least = std::min(least, static_cast<const int32_t *>(rows[depth_index(shape)])[x]);
-        }
-    }
+    lost += good == row ? 0 : 1;
+    return good == row;
 }
 
 void *const *ExportRows::read(int32_t row)
 {
+    const PictureShape &whole = source->shape;
     if (shape.width == whole.width && shape.height == whole.height) {
-        return read_whole(row);
+        return find(row) ? source->rows : made.array.data();
     }
-    const auto width = static_cast<size_t>(shape.width);
-    const size_t samples = depth_index(shape) * width;
-    sums.assign(samples + width, 0);
-    fill_depths(&small, shape);
-    const int64_t from = int64_t{row} * whole.height / shape.height;
-    const int64_t to = (int64_t{row} + 1) * whole.height / shape.height;
-    for (int64_t at = from; at < to; ++at) {
-        add(read_whole(static_cast<int32_t>(at)));
+    const size_t depth = depth_index(shape);
+    const int32_t top = start_of(row, whole.height, shape.height);
+    const int32_t bottom = start_of(row + 1, whole.height, shape.height);
+    const auto width = static_cast<size_t>(whole.width);
+    std::vector<std::vector<int32_t>> columns(depth, std::vector<int32_t>(width, 0));
+    columns.resize(made.array.size(), std::vector<int32_t>(width, PIX_DEPTH_LIMIT));
+    for (int32_t at = top; at < bottom; ++at) {
+        const size_t channels = find(at) ? columns.size() : 0; // a black row adds nothing
+        for (size_t channel = 0; channel < channels; ++channel) {
+            add_row(source->rows[channel], channel == depth, &columns[channel]);
+        }
     }
-    for (size_t at = 0; at < samples; ++at) {
-        const uint64_t pixels = sums[samples + at % width];
-        static_cast<uint8_t *>(small.array[at / width])[at % width] =
-            static_cast<uint8_t>((sums[at] + pixels / 2) / pixels);
+    for (size_t channel = 0; channel < columns.size(); ++channel) {
+        for (int32_t x = 0; x < shape.width; ++x) {
+            const auto from = columns[channel].begin() + start_of(x, whole.width, shape.width);
+            const auto to = columns[channel].begin() + start_of(x + 1, whole.width, shape.width);
+            if (channel == depth) {
+                static_cast<int32_t *>(made.array[channel])[x] = *std::min_element(from, to);
+            } else {
+                const int64_t pixels = (bottom - top) * (to - from);
+                const int64_t sum = std::accumulate(from, to, pixels / 2);
+                static_cast<uint8_t *>(made.array[channel])[x] = static_cast<uint8_t>(sum / pixels);
+            }
+        }
     }
-    return small.array.data();
+    return made.array.data();
 }

@@ -16,15 +16,9 @@ class ExportRows {
     [[nodiscard]] void *const *read(int32_t row);
 
   private:
-    [[nodiscard]] void *const *read_whole(int32_t row);
-    void add(void *const *rows);
+    [[nodiscard]] bool find(int32_t row);
 
     Source *source;
-    const PictureShape whole; // of the picture itself
-    RowBuffers black;
-    RowBuffers small;
-    int32_t good = -1;          // the last row that was read
-    bool astray = false;        // the files stand within a damaged row
-    std::vector<size_t> column; // that a pixel of the picture goes to
-    std::vector<uint64_t> sums; // of the samples and, at the end of a channel's, of pixels
+    RowBuffers made;   // a black row, or the mean of several
+    int32_t good = -1; // the last row of the picture that was read
 };

@@ -3,7 +3,7 @@
 #include "vorla/source.h"
 
 #include "host/messages.h"
-#include "vorla/spool.h"
+#include "vorla/files.h"
 
 #include <string.h>
 #include <sys/stat.h>
