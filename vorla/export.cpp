@@ -105,7 +105,9 @@ ExitCode export_one(const Session &session, const std::string &input, const std:
     if (rows.lost > 0) {
         complain(source.name,
                  text_of(rows.lost, " of ", source.shape.height,
-                         " rows cannot be read and are black; the first: ", rows.first));
+                         " rows cannot be read and are black, and rows after them may be in the "
+                         "wrong place; the first: ",
+                         rows.first));
     }
     return worst(source.code_of_dropped(), rows.lost > 0 ? EXIT_DAMAGED : EXIT_FINE);
 }

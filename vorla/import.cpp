@@ -196,6 +196,9 @@ ExitCode import_one(const Session &session, const std::string &input, const std:
     for (const std::string &words : reader->notes) {
         note(name, words);
     }
+    if (output != plain_name(wanted)) {
+        note(wanted, "the directory is a link; all files of the set stand by " + output);
+    }
     return EXIT_FINE;
 }
 
