@@ -3,8 +3,8 @@
 // without colour has none, whatever stands there.
 #include "vorla/batch.h"
 #include "vorla/commands.h"
-#include "vorla/faults.h"
 #include "vorla/formats.h"
+#include "vorla/names.h"
 #include "vorla/outputs.h"
 #include "vorla/plan.h"
 #include "vorla/progress.h"
