@@ -4,6 +4,7 @@
 #include "vorla/commands.h"
 #include "vorla/files.h"
 #include "vorla/formats.h"
+#include "vorla/names.h"
 #include "vorla/plan.h"
 #include "vorla/progress.h"
 #include "vorla/source.h"
@@ -144,7 +145,7 @@ bool write_picture(const Session &session, const std::string &main, const Pictur
         vyn__free_obj(handle);
         return false;
     }
-    std::unique_ptr<ImageHandle, CloseImage> opened(handle);
+    Handle opened(handle, close_image);
     const ImageInfo &info = *handle->info;
     bool good = info.matte_count == shape.matte && info.aux_count == shape.depth;
     RowBuffers rows(reader->shape);

@@ -1,103 +1,110 @@
-// `vorla info`: what the headers of a picture's files say, for people or, with --json, for
-// programs.
+// `vorla info`, `probe` and `module`: what a picture's headers say, for people or, with --json, for
+// programs; whether files are PIX; and what the loaded module says of itself.
 #include "vorla/commands.h"
 #include "vorla/source.h"
 
-#include "format/header.h"
 #include "host/messages.h"
 
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
-#include <cstdlib>
+#include <iomanip>
 
 namespace {
 
-struct Facts {
-    Names channels;
-    std::string depth_kind; // "" without depth
-    Names files;
-    std::string format; // "" for none
-    std::string aspect;
-};
-
-Facts facts_of(const Source &source)
+// A line of a list, behind a label of at most 12 characters.
+void print_entry(std::string label, const std::string &value)
 {
-    Facts facts;
-    const bool is_open[] = {source.shape.colour, source.shape.matte, source.shape.depth};
-    const char *const names[] = {"colour", "matte", "depth"};
-    for (const FileKind kind : {KIND_MAIN, KIND_MATTE, KIND_DEPTH}) {
-        if (is_open[kind]) {
-            facts.channels.emplace_back(names[kind]);
-        }
-        const bool is_main = kind == KIND_MAIN;
-        if (is_main || (is_open[kind] && source.shape.colour)) {
-            const Names &paths = source.files.paths[kind];
-            facts.files.insert(facts.files.end(), paths.begin(), paths.end());
-        }
-    }
-    if (source.opened == "/dev/stdin") {
-        facts.files = {source.name};
-    }
-    if (source.shape.depth) {
-        const bool is_float = read_header(source.files, KIND_DEPTH).tag == PIX_MAGIC_DEPTH_FLOAT;
-        facts.depth_kind = is_float ? "float" : "integer";
-    }
-    const ImageInfo &info = *source.handle->info;
-    facts.format = info.format_label;
-    if (facts.format == PIX_LABEL_FORMAT.text) {
-        facts.format.clear();
-    }
-    char aspect[32];
-    (void)snprintf(aspect, sizeof aspect, "%.7g", static_cast<double>(info.aspect));
-    facts.aspect = aspect;
-    return facts;
+    label.resize(12, ' ');
+    print_line(label + value);
 }
 
-// --- For people -----------------------------------------------------------------------------
-
-void print_fact(const char *label, const std::string &value)
+ExitCode try_all(const Session &session, ExitCode (*work)(const Session &, const std::string &))
 {
-    char start[32];
-    (void)snprintf(start, sizeof start, "  %-10s", label);
-    print_line(start + value);
+    ExitCode code = EXIT_FINE;
+    for (const std::string &file : session.options.files) {
+        code = worst(code, attempt([&] { return work(session, file); }));
+    }
+    return code;
 }
 
-void print_facts(const Source &source, const Facts &facts, bool first)
-{
-    if (!first) {
-        print_line("");
-    }
-    print_line(source.name + ": " + std::to_string(source.shape.width) + " x " +
-               std::to_string(source.shape.height) + " pixels");
-    std::string channels;
-    for (const std::string &channel : facts.channels) {
-        channels += (channels.empty() ? "" : ", ") + channel;
-    }
-    if (source.shape.depth) {
-        channels += " (" + facts.depth_kind + ")";
-    }
-    print_fact("channels", channels);
-    print_fact("stored", source.files.fields ? "as two fields" : "as one file");
-    for (size_t i = 0; i < facts.files.size(); ++i) {
-        print_fact(i == 0 ? "files" : "", facts.files[i]);
-    }
-    for (const Dropped &dropped : source.dropped) {
-        print_fact("dropped", dropped.reason);
-    }
-    print_fact("format", facts.format.empty() ? "none" : facts.format);
-    print_fact("aspect", facts.aspect);
-}
-
-// --- For programs ---------------------------------------------------------------------------
+// --- info -----------------------------------------------------------------------------------
 
 using Json = nlohmann::ordered_json;
 
-Json or_null(const std::string &text)
+// A file name need not be UTF-8: then its bytes are given too.
+Json named_object(const std::string &file)
 {
-    return text.empty() ? Json() : Json(text);
+    Json object = {{"file", file}};
+    try {
+        (void)object.dump();
+    } catch (const Json::exception &) {
+        std::ostringstream bytes;
+        for (const char c : file) {
+            bytes << std::hex << std::setw(2) << std::setfill('0') << (c & 0xFF);
+        }
+        object["file_bytes"] = bytes.str();
+    }
+    return object;
 }
 
-void print_json(const Json &object)
+Json facts_of(const Source &source)
+{
+    const PictureShape &shape = source.shape;
+    const ImageInfo &info = *source.handle->info;
+    Json facts = named_object(source.name);
+    facts["width"] = shape.width;
+    facts["height"] = shape.height;
+    const bool holds[] = {shape.colour, shape.matte, shape.depth};
+    Names channels;
+    Names files;
+    for (const FileKind kind : KINDS) {
+        if (holds[kind]) {
+            channels.emplace_back(KIND_NAMES[kind]);
+        }
+        if (source.is_open(kind)) {
+            const Names &paths = source.files.paths[kind];
+            files.insert(files.end(), paths.begin(), paths.end());
+        }
+    }
+    facts["channels"] = channels;
+    const char *const depth_kind = source.float_depth ? "float" : "integer";
+    facts["depth_kind"] = shape.depth ? Json(depth_kind) : Json();
+    facts["fields"] = source.files.fields;
+    facts["files"] = source.opened == "/dev/stdin" ? Names{source.name} : files;
+    facts["dropped"] = Json::array();
+    for (const Dropped &one : source.dropped) {
+        facts["dropped"].push_back({{"kind", KIND_NAMES[one.kind]}, {"reason", one.reason}});
+    }
+    const std::string format = info.format_label;
+    facts["format"] = format == PIX_LABEL_FORMAT.text ? Json() : Json(format);
+    facts["aspect"] = std::stod(text_of(std::setprecision(7), info.aspect));
+    return facts;
+}
+
+void print_for_people(const Json &facts)
+{
+    print_line(text_of(facts["file"].get<std::string>(), ": ", facts["width"], " x ",
+                       facts["height"], " pixels"));
+    std::string channels;
+    for (const std::string name : facts["channels"]) {
+        channels += (channels.empty() ? "" : ", ") + name;
+    }
+    const Json &depth = facts["depth_kind"];
+    channels += depth.is_null() ? "" : " (" + depth.get<std::string>() + ")";
+    print_entry("  channels", channels);
+    print_entry("  stored", facts["fields"].get<bool>() ? "as two fields" : "as one file");
+    for (const Json &file : facts["files"]) {
+        print_entry(&file == &facts["files"].front() ? "  files" : "", file);
+    }
+    for (const Json &dropped : facts["dropped"]) {
+        print_entry("  dropped", dropped["reason"]);
+    }
+    print_entry("  format", facts["format"].is_null() ? "none" : facts["format"]);
+    print_entry("  aspect", text_of(std::setprecision(7), facts["aspect"].get<double>()));
+}
+
+void print_for_programs(const Json &object)
 {
     std::string line = object.dump(-1, ' ', false, Json::error_handler_t::replace);
     for (size_t at = 0; (at = line.find('\x7F', at)) != std::string::npos;) {
@@ -106,60 +113,15 @@ void print_json(const Json &object)
     print_line(line);
 }
 
-// A file name need not be UTF-8: then its bytes are given too.
-Json named_object(const std::string &file)
-{
-    Json object;
-    object["file"] = file;
-    try {
-        (void)object.dump();
-    } catch (const Json::exception &) {
-        std::string bytes;
-        for (const char c : file) {
-            const auto byte = static_cast<unsigned char>(c);
-            bytes += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
-        }
-        object["file_bytes"] = bytes;
-    }
-    return object;
-}
-
-void print_object(const Source &source, const Facts &facts)
-{
-    Json object = named_object(source.name);
-    object["width"] = source.shape.width;
-    object["height"] = source.shape.height;
-    object["channels"] = facts.channels;
-    object["depth_kind"] = or_null(facts.depth_kind);
-    object["fields"] = source.files.fields;
-    object["files"] = facts.files;
-    object["dropped"] = Json::array();
-    for (const Dropped &dropped : source.dropped) {
-        object["dropped"].push_back({{"kind", dropped.kind}, {"reason", dropped.reason}});
-    }
-    object["format"] = or_null(facts.format);
-    object["aspect"] = strtod(facts.aspect.c_str(), nullptr);
-    print_json(object);
-}
-
-void print_failure(const std::string &file, const std::string &why)
-{
-    Json object = named_object(file);
-    object["error"] = why;
-    print_json(object);
-}
-
-ExitCode inform(const Session &session, const std::string &file, bool first)
+ExitCode inform(const Session &session, const std::string &file)
 {
     const bool json = session.options.json;
     try {
         const Source source(session, file);
-        const Facts facts = facts_of(source);
-        if (json) {
-            print_object(source, facts);
-        } else {
-            print_facts(source, facts, first);
+        if (!json && &file != &session.options.files.front()) {
+            print_line("");
         }
+        (json ? print_for_programs : print_for_people)(facts_of(source));
         for (const Dropped &dropped : source.dropped) {
             if (dropped.code == EXIT_IO) {
                 complain(source.name, dropped.reason);
@@ -168,20 +130,66 @@ ExitCode inform(const Session &session, const std::string &file, bool first)
         return source.code_of_dropped();
     } catch (const Failure &failure) {
         if (json) {
-            print_failure(failure.file, failure.what());
+            Json object = named_object(failure.file);
+            object["error"] = failure.what();
+            print_for_programs(object);
         }
         throw;
     }
+}
+
+// --- probe ----------------------------------------------------------------------------------
+
+// Of a picture that is stored as two fields, both are asked about.
+ExitCode probe(const Session &session, const std::string &file)
+{
+    const bool standard = file == "-" || file == "/dev/stdin";
+    const std::string path = standard ? "/dev/stdin" : file;
+    const bool is_there = access(path.c_str(), F_OK) == 0;
+    bool good = true;
+    for (const std::string &part :
+         is_there ? Names{path} : find_files(path, session.options.search).paths[KIND_MAIN]) {
+        good = is_pix(session, part) && good;
+    }
+    print_line((standard ? "standard input" : file) + (good ? ": PIX" : ": not PIX"));
+    return good ? EXIT_FINE : EXIT_DAMAGED;
+}
+
+// --- module ---------------------------------------------------------------------------------
+
+std::string describe(const CapabilityEntry &entry)
+{
+    std::string text = text_of(entry.code, " ", entry.label,
+                               (entry.flags & 1) != 0 ? ", for reading:" : ", for writing:");
+    for (const CapabilityChoice *row = entry.choices->rows; row->label_set != 0; ++row) {
+        text += text_of(row == entry.choices->rows ? " " : ", ", row->value, " ", row->label);
+    }
+    return text;
 }
 
 } // namespace
 
 ExitCode run_info(const Session &session)
 {
-    ExitCode code = EXIT_FINE;
-    for (const std::string &file : session.options.files) {
-        const bool first = &file == &session.options.files.front();
-        code = worst(code, attempt([&] { return inform(session, file, first); }));
+    return try_all(session, inform);
+}
+
+ExitCode run_probe(const Session &session)
+{
+    return try_all(session, probe);
+}
+
+ExitCode run_module(const Session &session)
+{
+    print_entry("path", session.module_path);
+    print_entry("name", standin_text(&session.module, "imageName"));
+    print_entry("version", standin_text(&session.module, "version"));
+    print_entry("extension", standin_text(&session.module, "imageExtension"));
+    const CapabilityEntry *table = nullptr;
+    int32_t counts[3];
+    session.module.capability(&table, &counts[0], &counts[1], &counts[2]);
+    for (const CapabilityEntry *entry = table; entry && entry->label_set != 0; ++entry) {
+        print_entry("capability", describe(*entry));
     }
-    return code;
+    return EXIT_FINE;
 }

@@ -6,39 +6,27 @@
 #include "host/vyn.h"
 
 #include <strings.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <system_error>
 
 namespace {
 
-std::string resolve(const char *list, const std::string &name)
-{
-    const char *path = vyn__build_handle(list, name.c_str(), "");
-    return path ? path : name;
-}
+namespace fs = std::filesystem;
 
-FileSet make_set(const FieldNames &names, bool fields)
+// The set of a main file or of two fields.
+FileSet make_set(const Names &files)
 {
-    FileSet set;
-    set.fields = fields;
-    set.paths[KIND_MAIN] = fields ? Names{names.even, names.odd} : Names{names.base};
-    for (const std::string &path : set.paths[KIND_MAIN]) {
+    FileSet set = {files.size() > 1, {files, {}, {}}};
+    for (const std::string &file : files) {
         for (const FileKind kind : COMPANIONS) {
-            if (path != "/dev/stdin") {
-                set.paths[kind].push_back(companion_path(path, kind));
+            if (file != "/dev/stdin") {
+                set.paths[kind].push_back(companion_path(file, kind));
             }
         }
     }
     return set;
-}
-
-bool is_readable(const std::string &path)
-{
-    return access(path.c_str(), R_OK) == 0;
 }
 
 } // namespace
@@ -52,7 +40,13 @@ bool ends_in(const std::string &name, const std::string &end)
 bool is_same_file(const std::string &one, const std::string &other)
 {
     std::error_code error;
-    return std::filesystem::equivalent(one, other, error);
+    return fs::equivalent(one, other, error);
+}
+
+bool may_exist(const std::string &path)
+{
+    std::error_code error;
+    return path.empty() || fs::symlink_status(path, error).type() != fs::file_type::not_found;
 }
 
 std::string file_part(const std::string &path)
@@ -62,30 +56,25 @@ std::string file_part(const std::string &path)
 
 std::string directory_of(const std::string &path)
 {
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    const std::string directory = fs::path(path).parent_path();
+    return directory.empty() ? "." : directory;
 }
 
 std::string plain_name(const std::string &name)
 {
-    std::string plain = name.starts_with('/') ? "/" : "";
-    const std::string file = file_part(name);
-    std::string last;
-    for (size_t at = 0; at < name.size() - file.size();) {
-        const size_t end = name.find('/', at);
-        const std::string directory = name.substr(at, end - at);
-        if (!directory.empty() && directory != ".") {
-            last = directory;
-            plain += directory + "/";
+    const fs::path path = name;
+    fs::path directory;
+    for (const fs::path &part : path.parent_path()) {
+        if (part != ".") {
+            directory /= part;
         }
-        at = end + 1;
     }
-    if (last == "..") {
+    if (directory.filename() == "..") {
         std::error_code error;
-        const std::filesystem::path real = std::filesystem::canonical(plain, error);
-        plain = error ? plain : (real / "").string();
+        const fs::path real = fs::canonical(directory, error);
+        directory = error ? directory : real;
     }
-    return plain + file;
+    return directory / path.filename();
 }
 
 FieldNames field_names(const std::string &name)
@@ -98,11 +87,6 @@ FieldNames field_names(const std::string &name)
     return {names.base, names.even, names.odd, names.is_field};
 }
 
-const char *kind_name(FileKind kind)
-{
-    return kind == KIND_MATTE ? "matte" : "depth";
-}
-
 std::string companion_path(const std::string &path, FileKind kind)
 {
     const char *companion = pix_companion_path(
@@ -113,15 +97,21 @@ std::string companion_path(const std::string &path, FileKind kind)
 FileSet find_files(const std::string &name, bool search)
 {
     const FieldNames names = field_names(name);
+    const auto main_files = [&](bool fields) {
+        return fields ? Names{names.even, names.odd} : Names{names.base};
+    };
     const char *const lists[] = {nullptr, search ? getenv("KV_IMG_DIR") : nullptr};
-    for (const bool as_pair : {names.is_field, !names.is_field}) {
+    for (const bool fields : {names.is_field, !names.is_field}) {
         for (const char *list : lists) {
-            const FieldNames found = {resolve(list, names.base), resolve(list, names.even),
-                                      resolve(list, names.odd)};
-            if (is_readable(as_pair ? found.even : found.base)) {
-                return make_set(found, as_pair);
+            Names files = main_files(fields);
+            for (std::string &file : files) {
+                const char *path = vyn__build_handle(list, file.c_str(), "");
+                file = path ? path : file;
+            }
+            if (access(files[0].c_str(), R_OK) == 0) {
+                return make_set(files);
             }
         }
     }
-    return make_set(names, is_readable(names.odd));
+    return make_set(main_files(access(names.odd.c_str(), R_OK) == 0));
 }

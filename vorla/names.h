@@ -13,6 +13,9 @@ using Names = std::vector<std::string>;
 // Whether both names lead to one file that is there.
 [[nodiscard]] bool is_same_file(const std::string &one, const std::string &other);
 
+// True unless the name is known to be no file's: what cannot be looked at may be there.
+[[nodiscard]] bool may_exist(const std::string &path);
+
 // The part of a path behind its last "/", and the directory before it ("." without one).
 [[nodiscard]] std::string file_part(const std::string &path);
 [[nodiscard]] std::string directory_of(const std::string &path);
@@ -33,10 +36,9 @@ struct FieldNames {
 [[nodiscard]] FieldNames field_names(const std::string &name);
 
 enum FileKind { KIND_MAIN, KIND_MATTE, KIND_DEPTH };
+constexpr FileKind KINDS[] = {KIND_MAIN, KIND_MATTE, KIND_DEPTH};
 constexpr FileKind COMPANIONS[] = {KIND_MATTE, KIND_DEPTH};
-
-// "matte" or "depth".
-[[nodiscard]] const char *kind_name(FileKind kind);
+constexpr const char *KIND_NAMES[] = {"colour", "matte", "depth"}; // by FileKind
 
 // The companion of the file `path`; "" when its name is too long.
 [[nodiscard]] std::string companion_path(const std::string &path, FileKind kind);

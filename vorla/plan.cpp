@@ -2,9 +2,9 @@
 #include "vorla/plan.h"
 
 #include "vorla/batch.h"
-#include "vorla/faults.h"
 #include "vorla/files.h"
 #include "vorla/formats.h"
+#include "vorla/names.h"
 
 #include <filesystem>
 #include <map>

@@ -1,4 +1,4 @@
-// Finding and loading the module. What it says of itself is printed in module_info.cpp.
+// Finding and loading the module. What it says of itself is printed in info.cpp.
 #include "vorla/session.h"
 
 #include <unistd.h>

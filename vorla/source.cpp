@@ -1,140 +1,227 @@
 // Opening pictures through the module and reading their rows, with sentences for what goes wrong.
-// What is wrong with files themselves is told in faults.cpp.
 #include "vorla/source.h"
 
 #include "host/messages.h"
 #include "vorla/files.h"
+#include "vorla/formats.h"
 
+#include <fcntl.h>
 #include <string.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <filesystem>
+#include <optional>
 
 namespace {
 
-using Handle = std::unique_ptr<ImageHandle, CloseImage>;
+// --- Faults of files ------------------------------------------------------------------------
 
-// Opens a handle on the picture with a channel choice. `result` is that of imageReadOpen; the
-// handle is null, and errno as the module left it, when that is 0.
-Handle open_handle(const Source &source, int32_t channels, int32_t *result)
+// What the file or the field pair of one kind says of itself, in the form of a depth file's header:
+// the magic of a picture or a matte is its bits a pixel.
+using Header = PixDepthHeader;
+
+// How a sentence about a file begins. A main file alone is the one that the line is about already.
+std::string name_of(const FileSet &files, FileKind kind, size_t field)
 {
-    ImageHandle *handle = standin_new_reader(source.opened.c_str());
-    handle->name_is_exact = source.session.options.search ? 0 : 1;
-    if (channels != PIX_CHANNELS_UNDECIDED) {
-        standin_request(handle, PIX_CAP_INPUT_CHANNELS, channels);
-    }
-    forget_messages();
-    vyn__err = 0;
-    errno = 0; // so that a file that ends is told from one that cannot be read
-    *result = source.session.module.read_open(handle);
-    if (*result == 0) {
-        const int reason = errno;
-        vyn__free_obj(handle);
-        handle = nullptr;
-        errno = reason;
-    }
-    return Handle(handle);
+    const std::string &path = files.paths[kind][field];
+    return kind != KIND_MAIN ? text_of("the ", KIND_NAMES[kind], " ", path)
+           : files.fields    ? path
+                             : "it";
 }
 
-bool is_chosen(int32_t channels, FileKind kind)
+// Reads what a file begins with, which is its header, and does not move standard input. Throws a
+// Fault.
+std::array<uint8_t, sizeof(PixHeader)> read_start(const FileSet &files, FileKind kind, size_t field)
 {
-    return channels == PIX_CHANNELS_UNDECIDED || channels == PIX_CHANNELS_RGB_MATTE_Z ||
-           (kind == KIND_MATTE && channels == PIX_CHANNELS_RGB_MATTE);
+    const std::string &path = files.paths[kind][field];
+    const std::string name = name_of(files, kind, field);
+    std::array<uint8_t, sizeof(PixHeader)> bytes = {};
+    const int file =
+        path == "/dev/stdin" ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool opened = file >= 0;
+    const ssize_t count = opened ? pread(file, bytes.data(), bytes.size(), 0) : -1;
+    const std::string reason = strerror(path.empty() ? ENAMETOOLONG : errno);
+    if (opened) {
+        close(file);
+    }
+    if (count < 0) {
+        const std::string verb = opened ? "cannot read" : "cannot open";
+        const std::string which = files.fields ? " the field " + name : "";
+        const std::string what = kind == KIND_MAIN ? verb + which : name + " cannot be read";
+        throw Fault{kind, EXIT_IO, opened || kind == KIND_MAIN, what + ": " + reason};
+    }
+    if (count < static_cast<ssize_t>(kind == KIND_DEPTH ? sizeof(PixDepthHeader) : bytes.size())) {
+        throw Fault{kind, EXIT_DAMAGED, true, name + " ends within its header"};
+    }
+    return bytes;
+}
+
+std::string size_of(const Header &header)
+{
+    return text_of(header.width, " x ", header.height);
+}
+
+Header read_field(const FileSet &files, FileKind kind, size_t field)
+{
+    const auto bytes = read_start(files, kind, field);
+    Header depth;
+    pix_parse_header(bytes.data(), &depth);
+    PixHeader picture;
+    pix_parse_header(bytes.data(), &picture);
+    return kind == KIND_DEPTH ? depth : Header{picture.bits, picture.width, picture.height};
+}
+
+// Reads the headers of all fields, and joins them. Throws a Fault.
+Header read_header(const FileSet &files, FileKind kind)
+{
+    const Header even = read_field(files, kind, 0);
+    if (!files.fields) {
+        return even;
+    }
+    const Header odd = read_field(files, kind, 1);
+    Header whole;
+    if (!pix_join_headers(even, odd, &whole)) {
+        const Names &paths = files.paths[kind];
+        throw Fault{kind, EXIT_DAMAGED, true,
+                    text_of("the fields ", paths[0], ", ", size_of(even), " pixels, and ", paths[1],
+                            ", ", size_of(odd), ", do not belong together")};
+    }
+    return whole;
+}
+
+// Finds what is wrong with the files of one kind, of which there must be names: that one cannot be
+// opened, read or taken for what it should be, that two fields do not belong together, or that a
+// companion does not fit the main file. Without a fault `header`, if it is not null, gets what the
+// files say.
+std::optional<Fault> find_fault(const FileSet &files, FileKind kind, Header *header = nullptr)
+{
+    const auto fail = [&](bool refuses, const auto &...words) {
+        throw Fault{kind, EXIT_DAMAGED, refuses, text_of(name_of(files, kind, 0), " ", words...)};
+    };
+    try {
+        const Header found = read_header(files, kind);
+        const uint32_t tag = found.magic;
+        if (kind == KIND_MAIN && tag != PIX_COLOUR_BITS && tag != PIX_MATTE_BITS) {
+            const auto start = read_start(files, kind, 0);
+            const std::string other = what_begins_with(start.data(), start.size());
+            fail(true, other.empty() ? text_of("has ", tag, " bits a pixel, not 24 or 8")
+                                     : "is " + other);
+        }
+        if (kind == KIND_MATTE && tag != PIX_MATTE_BITS) {
+            fail(true, "has ", tag, " bits a pixel, not 8");
+        }
+        if (found.width > PIX_MAX_SIZE || found.height > PIX_MAX_SIZE) {
+            fail(true, "is ", size_of(found), " pixels, more than 16383 x 16383");
+        }
+        if (kind == KIND_DEPTH && tag != PIX_MAGIC_DEPTH_INT && tag != PIX_MAGIC_DEPTH_FLOAT) {
+            fail(false, "begins with ", tag, ", not with 56655 or 55655");
+        }
+        const Header main = read_header(files, KIND_MAIN);
+        if (found.width != main.width || found.height != main.height) {
+            fail(false, "is ", size_of(found), " pixels, the picture ", size_of(main));
+        }
+        if (header) {
+            *header = found;
+        }
+        return std::nullopt;
+    } catch (const Fault &fault) {
+        return fault;
+    }
+}
+
+// --- Opening --------------------------------------------------------------------------------
+
+// The channel choices that open files of a kind and of those before it.
+constexpr int32_t CHOICES[] = {PIX_CHANNELS_RGB, PIX_CHANNELS_RGB_MATTE, PIX_CHANNELS_RGB_MATTE_Z};
+
+// Whether the module opens files of the kind, if there are any.
+bool is_wanted(const Source &source, FileKind kind)
+{
+    const int32_t channels = source.session.channels;
+    return !source.files.paths[kind].empty() &&
+           (channels == PIX_CHANNELS_UNDECIDED || channels >= CHOICES[kind]);
 }
 
 // How to do without a companion that is damaged.
-const char *rest_opens(FileKind kind)
+std::string rest_opens(const Source &source, FileKind kind)
 {
-    return kind == KIND_MAIN    ? ""
-           : kind == KIND_MATTE ? "; --channels rgb opens the rest"
-                                : "; --channels matte opens the rest";
+    const bool matte = std::ranges::any_of(source.files.paths[KIND_MATTE], may_exist);
+    return kind == KIND_MAIN             ? ""
+           : kind == KIND_DEPTH && matte ? "; --channels matte opens the rest"
+                                         : "; --channels rgb opens the rest";
 }
-
-// --- Failed opens ---------------------------------------------------------------------------
 
 // The module has refused the picture; `reason` is the errno that it left.
 [[noreturn]] void explain_open(const Source &source, int reason)
 {
-    const std::string words = module_messages().empty() ? "" : module_messages().back();
-    if (vyn__err == PIX_NO_MEMORY) {
-        fail_system(source.name, "cannot open", ENOMEM);
-    }
-    if (const auto fault = find_fault(source.files, KIND_MAIN)) {
-        throw Failure(fault->code, source.name,
-                      (fault->code == EXIT_IO ? "" : "not PIX: ") + fault->sentence);
-    }
-    for (const FileKind kind : COMPANIONS) { // one that cannot be opened is dropped
-        const auto fault = is_chosen(source.session.channels, kind) ? find_fault(source.files, kind)
-                                                                    : std::nullopt;
+    for (const FileKind kind : KINDS) {
+        const auto fault = is_wanted(source, kind) ? find_fault(source.files, kind) : std::nullopt;
         if (fault && fault->refuses) {
-            throw Failure(fault->code, source.name, fault->sentence, rest_opens(kind));
+            const bool not_pix = kind == KIND_MAIN && fault->code == EXIT_DAMAGED;
+            throw Failure(fault->code, source.name, not_pix ? "not PIX: " : "", fault->reason,
+                          rest_opens(source, kind));
         }
     }
     if (module_said(message_number(PIX_MSG_INVALID_HEADER))) {
-        throw Failure(EXIT_DAMAGED, source.name, "not PIX: " + words);
+        throw Failure(EXIT_DAMAGED, source.name, "not PIX: ", module_messages().back());
     }
-    fail_system(source.name, "cannot open", reason > 0 ? reason : ENOENT);
+    fail_system(source.name, "cannot open", reason != 0 ? reason : ENOENT);
 }
 
-// --- Dropped companions ---------------------------------------------------------------------
-
-void note_dropped(Source *source, FileKind kind)
+// Opens a handle on the picture with a channel choice. Throws a Failure.
+Handle open_handle(const Source &source, int32_t channels)
 {
-    for (const std::string &path : source->files.paths[kind]) {
-        if (may_exist(path)) {
-            const auto fault = find_fault(source->files, kind);
-            source->dropped.push_back(
-                {kind_name(kind),
-                 fault ? fault->sentence : std::string("the ") + kind_name(kind) + " is not opened",
-                 fault ? fault->code : EXIT_IO});
-            return;
-        }
+    Handle handle(standin_new_reader(source.opened.c_str()), close_image);
+    handle->name_is_exact = source.session.options.search ? 0 : 1;
+    standin_request(handle.get(), PIX_CAP_INPUT_CHANNELS, channels);
+    forget_messages();
+    vyn__err = 0;
+    errno = 0; // so that a file that ends is told from one that cannot be read
+    if (const int32_t result = source.session.module.read_open(handle.get()); result != 1) {
+        const bool no_memory = result < 0 || vyn__err == PIX_NO_MEMORY;
+        explain_open(source, no_memory ? ENOMEM : errno);
     }
-    std::error_code error;
-    const auto real = std::filesystem::canonical(source->files.paths[KIND_MAIN][0], error);
-    const std::string beside = error ? "" : companion_path(real.string(), kind);
-    if (source->opened != "/dev/stdin" && !beside.empty() && may_exist(beside)) {
-        source->dropped.push_back({kind_name(kind),
-                                   text_of("the ", kind_name(kind), " ", beside,
-                                           " stands beside the file that the link leads to, not "
-                                           "beside the link"),
-                                   EXIT_DAMAGED});
-    }
+    return handle;
 }
 
 // A picture without colour has no companions, and those that were not asked for are not missing.
 void find_dropped(Source *source)
 {
+    std::error_code error;
+    const auto target = std::filesystem::canonical(source->files.paths[KIND_MAIN][0], error);
     for (const FileKind kind : COMPANIONS) {
-        const bool open = kind == KIND_MATTE ? source->shape.matte : source->shape.depth;
-        if (source->shape.colour && !open && is_chosen(source->session.channels, kind)) {
-            note_dropped(source, kind);
+        if (!source->shape.colour || source->is_open(kind) || !is_wanted(*source, kind)) {
+            continue;
+        }
+        const std::string name = std::string("the ") + KIND_NAMES[kind];
+        const std::string beside = error ? "" : companion_path(target, kind);
+        if (std::ranges::any_of(source->files.paths[kind], may_exist)) {
+            const Fault unknown = {kind, EXIT_IO, false, name + " is not opened"};
+            source->dropped.push_back(find_fault(source->files, kind).value_or(unknown));
+        } else if (!beside.empty() && may_exist(beside)) {
+            source->dropped.push_back({kind, EXIT_DAMAGED, false,
+                                       text_of(name, " ", beside, " stands beside the file that ",
+                                               "the link leads to, not beside the link")});
         }
     }
 }
 
-// --- Failed rows ----------------------------------------------------------------------------
-
-bool has_row(const Source &source, int32_t channels, int32_t scanline)
-{
-    int32_t result = 0;
-    const Handle handle = open_handle(source, channels, &result);
-    void **rows = nullptr;
-    return result == 1 && handle->scanline_proc(handle->priv->state, scanline, &rows) == 0;
-}
+// --- Rows -----------------------------------------------------------------------------------
 
 // Finds the kind of file in which a row cannot be read, by reading it again with fewer kinds.
 FileKind find_guilty(const Source &source, int32_t scanline)
 {
-    const PictureShape &shape = source.shape;
-    if (!shape.colour || !has_row(source, PIX_CHANNELS_RGB, scanline)) {
-        return KIND_MAIN;
+    for (const FileKind kind : {KIND_MAIN, KIND_MATTE}) {
+        const Handle handle = open_handle(source, CHOICES[kind]);
+        void **rows = nullptr;
+        if (handle->scanline_proc(handle->priv->state, scanline, &rows) != 0) {
+            return kind;
+        }
     }
-    if (shape.matte && (!shape.depth || !has_row(source, PIX_CHANNELS_RGB_MATTE, scanline))) {
-        return KIND_MATTE;
-    }
-    return shape.depth ? KIND_DEPTH : KIND_MAIN;
+    return source.is_open(KIND_DEPTH) ? KIND_DEPTH : KIND_MAIN;
 }
 
 // The module could not read the row; `reason` is the errno that it left.
@@ -145,44 +232,28 @@ FileKind find_guilty(const Source &source, int32_t scanline)
     const FileKind kind = find_guilty(source, scanline);
     const std::string &path = source.files.paths[kind][source.files.fields ? row & 1 : 0];
     const std::string file = kind == KIND_MAIN && !source.files.fields ? "the file" : path;
-    if (undecodable) {
-        throw Failure(EXIT_DAMAGED, source.name, "cannot decode scanline ", scanline,
-                      ": the runs in ", file, " add up to more than ", source.shape.width,
-                      " pixels", rest_opens(kind));
-    }
-    throw Failure(reason == 0 ? EXIT_DAMAGED : EXIT_IO, source.name, "cannot read scanline ",
-                  scanline, ": ", file, reason > 0 ? ": " : " ends too early",
-                  reason > 0 ? strerror(reason) : "", rest_opens(kind));
-}
-
-// --- Open pictures --------------------------------------------------------------------------
-
-void describe(Source *source)
-{
-    const ImageInfo &info = *source->handle->info;
-    PictureShape &shape = source->shape;
-    if (info.width == 0 || info.height == 0) {
-        throw Failure(EXIT_DAMAGED, source->name,
-                      "not PIX: its header says " + std::to_string(info.width) + " x " +
-                          std::to_string(info.height) + " pixels");
-    }
-    shape = {info.width, info.height, info.channel_count == 3, info.matte_count == 1,
-             info.aux_count == 1};
-    if (strcmp(info.format_label, PIX_LABEL_FORMAT.text) != 0) {
-        // Six digits, which is what the aspects have, so that square pixels are 1.
-        const double aspect = double{info.aspect} * info.height / info.width;
-        shape.pixel_aspect = static_cast<float>(std::round(aspect * 1e6) / 1e6);
-    }
+    const std::string words = undecodable   ? text_of("the runs in ", file, " add up to more than ",
+                                                      source.shape.width, " pixels")
+                              : reason == 0 ? file + " ends too early"
+                                            : file + ": " + strerror(reason);
+    throw Failure(undecodable || reason == 0 ? EXIT_DAMAGED : EXIT_IO, source.name, "cannot ",
+                  undecodable ? "decode" : "read", " scanline ", scanline, ": ", words,
+                  rest_opens(source, kind));
 }
 
 } // namespace
 
-void CloseImage::operator()(ImageHandle *handle) const
+void close_image(ImageHandle *handle)
 {
-    (void)handle->close_proc(handle);
+    if (handle->close_proc) {
+        (void)handle->close_proc(handle);
+    } else {
+        vyn__free_obj(handle);
+    }
 }
 
-Source::Source(const Session &chosen, const std::string &picture) : session(chosen)
+Source::Source(const Session &chosen, const std::string &picture)
+    : session(chosen), handle(nullptr, close_image)
 {
     const bool standard = picture == "-" || picture == "/dev/stdin";
     name = standard ? "standard input" : picture;
@@ -191,24 +262,30 @@ Source::Source(const Session &chosen, const std::string &picture) : session(chos
     if (standard) {
         make_input_seekable();
     }
+    files = find_files(opened, session.options.search);
     reopen();
-    describe(this);
+    const ImageInfo &info = *handle->info;
+    if (info.width == 0 || info.height == 0) {
+        throw Failure(EXIT_DAMAGED, name, "not PIX: its header says ", info.width, " x ",
+                      info.height, " pixels");
+    }
+    shape = {info.width, info.height, info.channel_count == 3, info.matte_count == 1,
+             info.aux_count == 1};
+    if (strcmp(info.format_label, PIX_LABEL_FORMAT.text) != 0) {
+        // Six digits, which is what the aspects have, so that square pixels are 1.
+        const double aspect = double{info.aspect} * info.height / info.width;
+        shape.pixel_aspect = static_cast<float>(std::round(aspect * 1e6) / 1e6);
+    }
+    Header depth = {};
+    float_depth = shape.depth && !find_fault(files, KIND_DEPTH, &depth) &&
+                  depth.magic == PIX_MAGIC_DEPTH_FLOAT;
     find_dropped(this);
 }
 
 void Source::reopen()
 {
-    int32_t result = 0;
-    handle.reset();
-    handle = open_handle(*this, session.channels, &result);
-    const int reason = errno;
-    files = find_files(opened, session.options.search);
-    if (result == 0) {
-        explain_open(*this, reason);
-    }
-    if (result != 1) {
-        fail_system(name, "cannot open", ENOMEM);
-    }
+    handle = nullptr;
+    handle = open_handle(*this, session.channels);
 }
 
 bool Source::fetch_row(int32_t row)
@@ -226,11 +303,29 @@ void Source::read_row(int32_t row)
     }
 }
 
+bool Source::is_open(FileKind kind) const
+{
+    const bool open[] = {true, shape.colour && shape.matte, shape.depth};
+    return open[kind];
+}
+
 ExitCode Source::code_of_dropped() const
 {
-    ExitCode code = EXIT_FINE;
-    for (const Dropped &companion : dropped) {
-        code = worst(code, companion.code);
+    return dropped.empty() ? EXIT_FINE : std::ranges::max(dropped, {}, &Dropped::code).code;
+}
+
+bool is_pix(const Session &session, const std::string &path)
+{
+    const bool standard = path == "/dev/stdin";
+    refuse_pipe(path);
+    if (standard) {
+        make_input_seekable();
     }
-    return code;
+    const File stream(standard ? fdopen(dup(STDIN_FILENO), "r") : fopen(path.c_str(), "re"),
+                      fclose);
+    const bool answer = stream && session.module.is_file(path.c_str(), stream.get()) == 1;
+    if (!stream || (!answer && ferror(stream.get()) != 0)) {
+        fail_system(standard ? "standard input" : path, stream ? "cannot read" : "cannot open");
+    }
+    return answer;
 }

@@ -1,33 +1,35 @@
 // Reading a picture through the module, row by row from the top.
 #pragma once
 
-#include "standin/standin.h"
-#include "vorla/faults.h"
-#include "vorla/names.h"
 #include "vorla/picture.h"
 #include "vorla/session.h"
 
 #include <memory>
 
-// A companion that is there but is not part of the open picture.
-struct Dropped {
-    const char *kind; // "matte" or "depth"
-    std::string reason;
-    ExitCode code; // EXIT_IO when it could not be opened or read, else EXIT_DAMAGED
+// What is wrong with the files of one kind.
+struct Fault {
+    FileKind kind;
+    ExitCode code;      // EXIT_IO when a file cannot be opened or read, else EXIT_DAMAGED
+    bool refuses;       // the module refuses the picture for it; else it does without the kind
+    std::string reason; // a sentence that names the file, unless that is the main file alone
 };
 
-struct CloseImage {
-    void operator()(ImageHandle *handle) const;
-};
+using Dropped = Fault; // why a companion that is there is not open
+
+using Handle = std::unique_ptr<ImageHandle, void (*)(ImageHandle *)>; // close_image
+
+// Closes an image; frees a handle on which none has been opened.
+void close_image(ImageHandle *handle);
 
 // A picture that is open for reading. `rows` is the module's array of the last row read.
 struct Source {
     const Session &session;
     std::string name;   // as shown to the user
     std::string opened; // the name that the module got
-    std::unique_ptr<ImageHandle, CloseImage> handle;
+    FileSet files;      // companions that are not open included
+    Handle handle;
     PictureShape shape;
-    FileSet files; // companions that are not open included
+    bool float_depth = false; // else its samples are integers
     std::vector<Dropped> dropped;
     void **rows = nullptr;
 
@@ -46,6 +48,13 @@ struct Source {
     // Opens the picture again, so that the files stand before the first row.
     void reopen();
 
+    // Whether the files of a kind are open. The matte of a picture without colour is its main file.
+    [[nodiscard]] bool is_open(FileKind kind) const;
+
     // The highest exit code of the companions that were dropped.
     [[nodiscard]] ExitCode code_of_dropped() const;
 };
+
+// Asks the module whether a file is PIX. "/dev/stdin" is standard input, as above. Throws a Failure
+// when the file cannot be read.
+[[nodiscard]] bool is_pix(const Session &session, const std::string &path);
