@@ -71,7 +71,7 @@ const char *rest_opens(FileKind kind)
             throw Failure(fault->code, source.name, fault->sentence, rest_opens(kind));
         }
     }
-    if (module_said(message_number(PIX_MSG_INVALID_HEADER))) {
+    if (module_said(PIX_MSG_INVALID_HEADER)) {
         throw Failure(EXIT_DAMAGED, source.name, "not PIX: " + words);
     }
     fail_system(source.name, "cannot open", reason > 0 ? reason : ENOENT);
@@ -140,7 +140,7 @@ FileKind find_guilty(const Source &source, int32_t scanline)
 // The module could not read the row; `reason` is the errno that it left.
 [[noreturn]] void explain_row(const Source &source, int32_t row, int reason)
 {
-    const bool undecodable = module_said(message_number(PIX_MSG_CANNOT_DECODE));
+    const bool undecodable = module_said(PIX_MSG_CANNOT_DECODE);
     const int32_t scanline = source.shape.height - 1 - row;
     const FileKind kind = find_guilty(source, scanline);
     const std::string &path = source.files.paths[kind][source.files.fields ? row & 1 : 0];
