@@ -1,29 +1,19 @@
 // The program: standard streams, interrupts, and which command runs.
-#include "vorla/commands.h"
+#include "vorla/session.h"
 
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
-#include <map>
-
 namespace {
 
 ExitCode run(int argc, char **argv)
 {
-    static const std::map<std::string, ExitCode (*)(const Session &)> COMMANDS = {
-        {"info", run_info},     {"probe", run_probe},   {"verify", run_verify},
-        {"export", run_export}, {"import", run_import}, {"module", run_module}};
-    Options options;
-    ExitCode code = EXIT_FINE;
-    if (!parse_options(argc, argv, &options, &code)) {
-        return code;
-    }
-    if (options.quiet) {
+    const std::optional<Options> options = parse_options(argc, argv);
+    if (options && options->quiet) {
         be_quiet();
     }
-    const Session session(options);
-    return COMMANDS.at(options.command)(session);
+    return options ? options->run(Session(*options)) : EXIT_FINE;
 }
 
 // Takes the numbers of standard streams that are closed, so that no picture gets one and is read or

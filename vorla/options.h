@@ -4,11 +4,17 @@
 #include "vorla/names.h"
 #include "vorla/report.h"
 
+#include <optional>
+
+struct Session;
+
 struct Options {
     std::string command;
+    ExitCode (*run)(const Session &) = nullptr; // the command
+
     Names files;               // without the output of export and import
     std::string output;        // a file; a directory when there are several inputs; "-" one PNG
-    std::string module;        // "": look for it
+    std::string module;        // of --module or $VORLA_MODULE; "": look for it
     std::string channels;      // "rgb", "matte", "all" or "" (undecided)
     bool search = false;       // open names through KV_IMG_DIR
     bool quiet = false;        // neither notes nor progress; verify: failures only
@@ -28,6 +34,6 @@ struct Options {
     int level = -1;            // of a PNG's compression; -1: the library's own
 };
 
-// Reads the command line. False when nothing is left to do, with `code` for the exit: help or the
-// version has been printed, or the usage is wrong, which has been complained of.
-[[nodiscard]] bool parse_options(int argc, char **argv, Options *options, ExitCode *code);
+// Reads the command line. Empty when help or the version was wanted, which has been printed. Throws
+// a Failure, EXIT_USAGE, when the usage is wrong.
+[[nodiscard]] std::optional<Options> parse_options(int argc, char **argv);

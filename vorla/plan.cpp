@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 std::string true_path(const std::string &name)
 {
     std::error_code error;
-    const fs::path path = fs::weakly_canonical(name, error);
+    const fs::path path = fs::weakly_canonical(fs::absolute(name, error), error);
     return is_standard_output(name) ? "-" : error ? name : path.string();
 }
 

@@ -1,18 +1,18 @@
 // Finding and loading the module. What it says of itself is printed in info.cpp.
 #include "vorla/session.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
-#include <system_error>
+#include <map>
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char *MODULE_FILE = "VYNVorla.so";
+const std::map<std::string, int32_t> CHANNELS = {{"", PIX_CHANNELS_UNDECIDED},
+                                                 {"rgb", PIX_CHANNELS_RGB},
+                                                 {"matte", PIX_CHANNELS_RGB_MATTE},
+                                                 {"all", PIX_CHANNELS_RGB_MATTE_Z}};
 
 std::vector<std::string> texts;
 std::vector<int> numbers;
@@ -20,65 +20,40 @@ std::vector<int> numbers;
 void take_message(const StandinMessage &message, void * /*context*/)
 {
     texts.emplace_back(message.text);
-    numbers.push_back(message.set == 0 ? 0 : message.number);
+    numbers.push_back(message.set == 0 ? 0 : message.number); // 0: its report of a system error
 }
 
-// Beside the program, unless the module is only in the place where it is installed. Empty when
-// nobody says where the program is.
-std::string default_path()
+// Beside the program, unless the module is only in the place where it is installed.
+std::string find_module()
 {
     std::error_code error;
     const fs::path directory = fs::read_symlink("/proc/self/exe", error).parent_path();
     if (error) {
-        return "";
+        throw Failure(EXIT_MODULE, "VYNVorla.so",
+                      "cannot find the module: /proc does not tell where vorla is; --module or "
+                      "$VORLA_MODULE names it");
     }
-    const fs::path beside = directory / MODULE_FILE;
-    const fs::path installed = directory.parent_path() / "lib/vorla/modules" / MODULE_FILE;
-    const bool is_beside = access(beside.c_str(), F_OK) == 0;
-    const bool is_installed = access(installed.c_str(), F_OK) == 0;
-    return !is_beside && is_installed ? installed : beside;
-}
-
-std::string find_module(const std::string &path)
-{
-    if (!path.empty()) {
-        return path;
-    }
-    const char *variable = getenv("VORLA_MODULE");
-    return variable && variable[0] != '\0' ? variable : default_path();
+    const fs::path beside = directory / "VYNVorla.so";
+    const fs::path installed = directory.parent_path() / "lib/vorla/modules/VYNVorla.so";
+    return !fs::exists(beside, error) && fs::exists(installed, error) ? installed : beside;
 }
 
 } // namespace
 
 Session::Session(const Options &chosen)
-    : options(chosen), channels(chosen.channels == "rgb"     ? PIX_CHANNELS_RGB
-                                : chosen.channels == "matte" ? PIX_CHANNELS_RGB_MATTE
-                                : chosen.channels == "all"   ? PIX_CHANNELS_RGB_MATTE_Z
-                                                             : PIX_CHANNELS_UNDECIDED)
+    : options(chosen), channels(CHANNELS.at(chosen.channels)),
+      module_path(chosen.module.empty() ? find_module() : chosen.module)
 {
-    std::string file = find_module(options.module);
-    if (file.empty()) {
-        throw Failure(EXIT_MODULE, MODULE_FILE,
-                      "cannot find the module: /proc does not tell where vorla is; --module or "
-                      "$VORLA_MODULE names it");
+    if (module_path.find('/') == std::string::npos) {
+        module_path.insert(0, "./"); // the loader would look for a bare name among the libraries
     }
-    if (file.find('/') == std::string::npos) {
-        file.insert(0, "./"); // the loader would look for a bare name among the libraries
-    }
-    module_path = file;
-    if (const char *failure = standin_load(file.c_str(), &module)) {
-        std::string why = failure;
-        if (why.starts_with(file + ": ")) {
-            why.erase(0, file.size() + 2);
-        }
-        throw Failure(EXIT_MODULE, file, "cannot load the module: " + why);
+    if (const char *failure = standin_load(module_path.c_str(), &module)) {
+        const std::string why = failure;
+        const std::string start = module_path + ": "; // which the complaint has already
+        throw Failure(EXIT_MODULE, module_path, "cannot load the module: ",
+                      why.substr(why.starts_with(start) ? start.size() : 0));
     }
     standin_set_sink(take_message, nullptr);
-}
-
-Session::~Session()
-{
-    standin_unload(&module);
 }
 
 const std::vector<std::string> &module_messages()
@@ -92,7 +67,7 @@ void forget_messages()
     numbers.clear();
 }
 
-bool module_said(int number)
+bool module_said(int number, int /*severity*/, const char * /*words*/)
 {
     return std::find(numbers.begin(), numbers.end(), number) != numbers.end();
 }

@@ -165,7 +165,7 @@ std::string rest_opens(const Source &source, FileKind kind)
                           rest_opens(source, kind));
         }
     }
-    if (module_said(message_number(PIX_MSG_INVALID_HEADER))) {
+    if (module_said(PIX_MSG_INVALID_HEADER)) {
         throw Failure(EXIT_DAMAGED, source.name, "not PIX: ", module_messages().back());
     }
     fail_system(source.name, "cannot open", reason != 0 ? reason : ENOENT);
@@ -227,7 +227,7 @@ FileKind find_guilty(const Source &source, int32_t scanline)
 // The module could not read the row; `reason` is the errno that it left.
 [[noreturn]] void explain_row(const Source &source, int32_t row, int reason)
 {
-    const bool undecodable = module_said(message_number(PIX_MSG_CANNOT_DECODE));
+    const bool undecodable = module_said(PIX_MSG_CANNOT_DECODE);
     const int32_t scanline = source.shape.height - 1 - row;
     const FileKind kind = find_guilty(source, scanline);
     const std::string &path = source.files.paths[kind][source.files.fields ? row & 1 : 0];
