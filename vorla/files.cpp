@@ -48,6 +48,11 @@ void copy_all(int from, const std::string &source, int to, const std::string &ta
     }
 }
 
+bool is_standard_input(const std::string &name)
+{
+    return name == "-" || name == "/dev/stdin";
+}
+
 // Closes the stream, on which everything must have arrived; a spooled file is copied to its target.
 void finish(File stream, const std::string &name, bool spooled)
 {
@@ -73,24 +78,30 @@ void check_call(bool good, const std::string &file, const std::string &what)
     }
 }
 
-void make_input_seekable()
+void ready_input(const std::string &name)
 {
-    if (lseek(STDIN_FILENO, 0, SEEK_CUR) < 0) {
+    if (is_standard_input(name) && lseek(STDIN_FILENO, 0, SEEK_CUR) < 0) {
         const File spool = make_spool();
         copy_all(STDIN_FILENO, "standard input", fileno(spool.get()), spool_path());
         check_call(dup2(fileno(spool.get()), STDIN_FILENO) >= 0, "standard input",
                    "cannot be replaced by a temporary file");
     }
-}
-
-void refuse_pipe(const std::string &name)
-{
-    struct stat entry;
-    if (name != "/dev/stdin" && stat(name.c_str(), &entry) == 0 && S_ISFIFO(entry.st_mode)) {
+    std::error_code error;
+    if (!is_standard_input(name) && fs::is_fifo(name, error)) {
         throw Failure(EXIT_IO, name,
                       "cannot read a pipe by its name; use the name - and have the shell open it: "
                       "vorla ... - <PIPE");
     }
+}
+
+File open_input(const std::string &name)
+{
+    ready_input(name);
+    const bool standard = is_standard_input(name);
+    File file(standard ? fdopen(dup(STDIN_FILENO), "r") : fopen(name.c_str(), "re"), fclose);
+    check_call(file != nullptr, standard ? "standard input" : name, "cannot open");
+    rewind(file.get()); // standard input may stand at its end
+    return file;
 }
 
 bool is_standard_output(const std::string &name)

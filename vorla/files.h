@@ -13,12 +13,13 @@ using File = std::unique_ptr<FILE, int (*)(FILE *)>; // fclose
 // Throws a Failure, EXIT_IO, with the system's reason unless a call was good.
 void check_call(bool good, const std::string &file, const std::string &what);
 
-// When standard input is a pipe or a terminal, reads it to its end into a temporary file, which
-// becomes standard input. Throws a Failure.
-void make_input_seekable();
+// Readies a file for reading. Standard input, "-" or "/dev/stdin", is read to its end into a
+// temporary file, which takes its place, when it is a pipe or a terminal. Throws a Failure, also
+// for the name of a pipe.
+void ready_input(const std::string &name);
 
-// Throws a Failure when the name is that of a pipe.
-void refuse_pipe(const std::string &name);
+// Does the same, and opens the file. Throws a Failure.
+[[nodiscard]] File open_input(const std::string &name);
 
 // "-" and "/dev/stdout".
 [[nodiscard]] bool is_standard_output(const std::string &name);

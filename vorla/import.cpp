@@ -17,19 +17,6 @@ namespace {
 
 // --- The input ------------------------------------------------------------------------------
 
-File open_input(const std::string &name)
-{
-    if (name == "-") {
-        make_input_seekable();
-    } else {
-        refuse_pipe(name);
-    }
-    File file(name == "-" ? stdin : fopen(name.c_str(), "re"), fclose);
-    check_call(file != nullptr, name, "cannot open");
-    rewind(file.get()); // standard input may stand at its end
-    return file;
-}
-
 // By what it begins with.
 std::unique_ptr<RowReader> open_picture(FILE *file, const std::string &name, const Session &session)
 {

@@ -11,6 +11,12 @@ namespace {
 
 const CLI::Validator
     NOT_EMPTY([](const std::string &name) { return name.empty() ? "the name is empty" : ""; }, "");
+const CLI::Validator ABOVE_ZERO(
+    [](const std::string &factor) {
+        const double value = std::strtod(factor.c_str(), nullptr);
+        return value > 0 && std::isfinite(value) ? "" : factor + " is not a number above 0";
+    },
+    "");
 
 // Adds an option, "-j,--jobs N", to some commands ("verify export"), or to all (""). It takes what
 // the check allows, or one of the words if there are some ("png|exr"); without either it is a flag.
@@ -58,7 +64,7 @@ void add_options(CLI::App *app, Options *o)
     add(app, "import", "--matte", &o->matte_only,
         "A grey picture is a matte: make a picture of the matte alone");
     add(app, "import", "--depth-scale FACTOR", &o->depth_scale,
-        "EXR: multiply depths before they are rounded", CLI::PositiveNumber);
+        "EXR: multiply depths before they are rounded", ABOVE_ZERO);
     add(app, "export import", "--skip-existing", &o->skips, "Pass over outputs that are there");
     add(app, "export import", "-f,--force", &o->overwrite, "Overwrite files");
 }

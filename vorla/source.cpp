@@ -258,10 +258,7 @@ Source::Source(const Session &chosen, const std::string &picture)
     const bool standard = picture == "-" || picture == "/dev/stdin";
     name = standard ? "standard input" : picture;
     opened = standard ? "/dev/stdin" : plain_name(picture);
-    refuse_pipe(opened);
-    if (standard) {
-        make_input_seekable();
-    }
+    ready_input(opened);
     files = find_files(opened, session.options.search);
     reopen();
     const ImageInfo &info = *handle->info;
@@ -316,16 +313,9 @@ ExitCode Source::code_of_dropped() const
 
 bool is_pix(const Session &session, const std::string &path)
 {
-    const bool standard = path == "/dev/stdin";
-    refuse_pipe(path);
-    if (standard) {
-        make_input_seekable();
-    }
-    const File stream(standard ? fdopen(dup(STDIN_FILENO), "r") : fopen(path.c_str(), "re"),
-                      fclose);
-    const bool answer = stream && session.module.is_file(path.c_str(), stream.get()) == 1;
-    if (!stream || (!answer && ferror(stream.get()) != 0)) {
-        fail_system(standard ? "standard input" : path, stream ? "cannot read" : "cannot open");
-    }
+    const File file = open_input(path);
+    const bool answer = session.module.is_file(path.c_str(), file.get()) == 1;
+    check_call(answer || ferror(file.get()) == 0, path == "/dev/stdin" ? "standard input" : path,
+               "cannot read");
     return answer;
 }
