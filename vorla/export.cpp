@@ -5,7 +5,6 @@
 #include "vorla/formats.h"
 #include "vorla/outputs.h"
 #include "vorla/plan.h"
-#include "vorla/progress.h"
 #include "vorla/rows.h"
 
 #include "format/depth.h"

@@ -7,7 +7,6 @@
 #include "vorla/formats.h"
 #include "vorla/outputs.h"
 #include "vorla/plan.h"
-#include "vorla/progress.h"
 #include "vorla/spool.h"
 
 #include <unistd.h>
