@@ -4,9 +4,6 @@
 
 #include "vorla/session.h"
 
-// The processors that this process may use.
-[[nodiscard]] int usable_processors();
-
 // Runs the work on each of the pictures, told by its place in the list, as many at a time as the
 // options say, and shows one progress line for them, with `name`. Results and complaints come whole
 // and in order. Returns the highest exit code. An interrupt ends all processes.

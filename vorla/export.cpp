@@ -4,7 +4,6 @@
 #include "vorla/files.h"
 #include "vorla/formats.h"
 #include "vorla/plan.h"
-#include "vorla/progress.h"
 #include "vorla/rows.h"
 
 #include "format/depth.h"

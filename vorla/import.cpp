@@ -6,7 +6,6 @@
 #include "vorla/formats.h"
 #include "vorla/names.h"
 #include "vorla/plan.h"
-#include "vorla/progress.h"
 #include "vorla/source.h"
 
 #include <unistd.h>

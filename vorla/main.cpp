@@ -7,15 +7,6 @@
 
 namespace {
 
-ExitCode run(int argc, char **argv)
-{
-    const std::optional<Options> options = parse_options(argc, argv);
-    if (options && options->quiet) {
-        be_quiet();
-    }
-    return options ? options->run(Session(*options)) : EXIT_FINE;
-}
-
 // Takes the numbers of standard streams that are closed, so that no picture gets one and is read or
 // written in its place. What is tried on them fails.
 void occupy_standard_streams()
@@ -34,13 +25,11 @@ int main(int argc, char **argv)
     occupy_standard_streams();
     (void)signal(SIGPIPE, SIG_IGN); // a write to a closed pipe fails like any other,
     (void)signal(SIGXFSZ, SIG_IGN); // and so does one past the limit of a file's size
+    (void)signal(SIGCHLD, SIG_DFL); // processes are waited for
     catch_interrupts();
-    ExitCode code = EXIT_IO;
-    try {
-        code = attempt([=] { return run(argc, argv); });
-    } catch (const Interrupted &) {
-        (void)signal(interrupt_signal(), SIG_DFL);
-        (void)raise(interrupt_signal());
-    }
-    return finish_output(code);
+    return finish_output(attempt_all([=] {
+        const std::optional<Options> options = parse_options(argc, argv);
+        set_quiet(options && options->quiet);
+        return options ? options->run(Session(*options)) : EXIT_FINE;
+    }));
 }

@@ -1,12 +1,12 @@
-// Complaints, notes and results, and the flag that an interrupt sets.
+// Complaints, notes, results and progress, and the flag that an interrupt sets.
 #include "vorla/report.h"
-
-#include "vorla/progress.h"
 
 #include <signal.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <new>
 
 namespace {
@@ -14,15 +14,26 @@ namespace {
 bool quiet = false;
 int output_error = 0; // of the first line that could not be written
 volatile sig_atomic_t signal_seen = 0;
-
-void note_output_error()
-{
-    output_error = output_error == 0 ? errno : output_error;
-}
+const Progress *drawn = nullptr; // the outermost
+bool progress_shows = false;
 
 extern "C" void keep_signal(int number)
 {
-    signal_seen = number;
+    signal_seen = signal_seen != 0 ? signal_seen : number;
+    (void)alarm(1); // once more: a call that it came just before may wait for long
+}
+
+// A name can hold anything: the text as one line, without what would move a terminal's cursor.
+std::string one_line(std::string text)
+{
+    const auto is_control = [](unsigned char c) { return c < 0x20 || c == 0x7F; };
+    std::replace_if(text.begin(), text.end(), is_control, '?');
+    return text;
+}
+
+std::string line_of(const std::string &file, const std::string &what)
+{
+    return one_line("vorla: " + file + (file.empty() ? "" : ": ") + what);
 }
 
 } // namespace
@@ -50,19 +61,10 @@ ExitCode attempt(const std::function<ExitCode()> &work)
     return EXIT_IO;
 }
 
-std::string one_line(std::string text)
-{
-    for (char &c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        c = byte < 0x20 || byte == 0x7F ? '?' : c;
-    }
-    return text;
-}
-
 void complain(const std::string &file, const std::string &what)
 {
     static std::string last;
-    const std::string line = one_line("vorla: " + file + (file.empty() ? "" : ": ") + what);
+    const std::string line = line_of(file, what);
     if (line != last) {
         last = line;
         pass_on("", line + "\n");
@@ -76,14 +78,9 @@ void note(const std::string &file, const std::string &what)
     }
 }
 
-void be_quiet()
+void set_quiet(bool wanted)
 {
-    quiet = true;
-}
-
-bool is_quiet()
-{
-    return quiet;
+    quiet = wanted;
 }
 
 void print_line(const std::string &line)
@@ -91,27 +88,24 @@ void print_line(const std::string &line)
     pass_on(one_line(line) + "\n", "");
 }
 
+// Wipes the progress line, and leaves nothing in the stream: in one log, results and complaints
+// stay in order, and a process that is forked gets none of them.
 void pass_on(const std::string &results, const std::string &complaints)
 {
-    wipe_progress();
-    if (fputs(results.c_str(), stdout) == EOF) {
-        note_output_error();
+    if (progress_shows && isatty(STDERR_FILENO) == 1) { // in a worker, it is a file
+        (void)fputs("\r\033[K", stderr);
     }
-    if (!complaints.empty()) {
-        if (fflush(stdout) != 0) { // in one log, results and complaints stay in order
-            note_output_error();
-        }
-        (void)fputs(complaints.c_str(), stderr);
+    progress_shows = false;
+    if ((fputs(results.c_str(), stdout) == EOF || fflush(stdout) != 0) && output_error == 0) {
+        output_error = errno;
     }
+    (void)fputs(complaints.c_str(), stderr);
 }
 
 ExitCode finish_output(ExitCode code)
 {
-    const bool failed = ferror(stdout) != 0;
-    if (fflush(stdout) != 0 || close(STDOUT_FILENO) != 0) { // some file systems tell late
-        note_output_error();
-    } else if (failed && output_error == 0) {
-        output_error = EIO;
+    if (close(STDOUT_FILENO) != 0 && output_error == 0) { // some file systems tell late
+        output_error = errno;
     }
     if (output_error == 0) {
         return code;
@@ -120,11 +114,43 @@ ExitCode finish_output(ExitCode code)
     return worst(code, EXIT_IO);
 }
 
+// --- Progress -------------------------------------------------------------------------------
+
+Progress::Progress(const std::string &file, int64_t total, const std::string &unit)
+    : before(line_of(file, "")), behind(text_of(" of ", total, " ", unit)),
+      next(std::chrono::steady_clock::now() + std::chrono::milliseconds(500))
+{
+    if (!drawn && !quiet && total > 1 && isatty(STDERR_FILENO) == 1) {
+        drawn = this;
+    }
+}
+
+Progress::~Progress()
+{
+    if (drawn == this) {
+        drawn = nullptr;
+        pass_on("", ""); // wipes the line
+    }
+}
+
+void Progress::show(int64_t done)
+{
+    if (drawn != this || std::chrono::steady_clock::now() < next) {
+        return;
+    }
+    next = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
+    progress_shows = true;
+    winsize terminal = {};
+    (void)ioctl(STDERR_FILENO, TIOCGWINSZ, &terminal);
+    const std::string line = text_of(before, done, behind);
+    fprintf(stderr, "\r%.*s\033[K", terminal.ws_col > 1 ? terminal.ws_col - 1 : 79, line.c_str());
+}
+
 // --- Interrupts -----------------------------------------------------------------------------
 
 void catch_interrupts()
 {
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGALRM}) {
         struct sigaction action = {};
         if (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {
             action.sa_handler = keep_signal;
@@ -140,7 +166,13 @@ void check_interrupt()
     }
 }
 
-int interrupt_signal()
+ExitCode attempt_all(const std::function<ExitCode()> &work)
 {
-    return signal_seen;
+    try {
+        return attempt(work);
+    } catch (const Interrupted &) {
+        (void)signal(signal_seen, SIG_DFL);
+        (void)raise(signal_seen);
+    }
+    return EXIT_IO;
 }

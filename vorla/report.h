@@ -1,9 +1,10 @@
-// What the program says and how it ends: complaints and notes on standard error, one line each,
-// results on standard output, and exit codes, of which the highest wins. What goes wrong is thrown
-// as a Failure, which ends one picture; an interrupt is thrown too, and ends everything.
+// What the program says and how it ends: complaints, notes and progress on standard error, results
+// on standard output, one line each, and exit codes, of which the highest wins. What goes wrong is
+// thrown as a Failure, which ends one picture; an interrupt is thrown too, and ends everything.
 #pragma once
 
 #include <cerrno>
+#include <chrono>
 #include <functional>
 #include <sstream>
 #include <stdexcept>
@@ -53,36 +54,52 @@ struct Failure : std::runtime_error {
 // Says "vorla: FILE: WHAT" on standard error, unless that was the last thing said.
 void complain(const std::string &file, const std::string &what);
 
-// The same for what is no failure; not after be_quiet.
+// The same for what is no failure; not when quiet.
 void note(const std::string &file, const std::string &what);
 
-// Turns notes and progress off for good.
-void be_quiet();
-[[nodiscard]] bool is_quiet();
-
-// A name can hold anything: the text as one line, without what would move a terminal's cursor.
-[[nodiscard]] std::string one_line(std::string text);
+// Turns notes and progress off.
+void set_quiet(bool wanted);
 
 // Writes one line of results to standard output. A failure shows in finish_output.
 void print_line(const std::string &line);
 
-// Passes on what another process of this program has said.
+// Writes what is whole already: help, or what another process of this program has said.
 void pass_on(const std::string &results, const std::string &complaints);
 
 // Closes standard output, on which everything must have arrived. Returns `code`, or EXIT_IO, after
 // a complaint, if that is higher and something has been lost.
 [[nodiscard]] ExitCode finish_output(ExitCode code);
 
+// The progress of a piece of work of `total` steps, called `unit` ("rows", "files"), on `file`: a
+// line on standard error, only on a terminal, only when the work has taken more than half a second
+// and has several steps, never when quiet. While one lives, those that are made within its work
+// show nothing. The line goes with it.
+class Progress {
+  public:
+    Progress(const std::string &file, int64_t total, const std::string &unit);
+    ~Progress();
+    Progress(const Progress &) = delete;
+    Progress &operator=(const Progress &) = delete;
+
+    // So many steps are done.
+    void show(int64_t done);
+
+  private:
+    std::string before; // what stands before and behind the number
+    std::string behind;
+    std::chrono::steady_clock::time_point next; // the line is not drawn before
+};
+
 // --- Interrupts -----------------------------------------------------------------------------
 
 struct Interrupted {};
 
-// From now on SIGINT, SIGTERM and SIGHUP are kept until check_interrupt looks, unless they are
-// ignored.
+// From now on SIGINT, SIGTERM, SIGHUP and SIGALRM are kept until check_interrupt looks, unless they
+// are ignored. They end calls that wait, with EINTR.
 void catch_interrupts();
 
 // Throws Interrupted when there has been one. Work calls this at every row.
 void check_interrupt();
 
-// The signal, or 0.
-[[nodiscard]] int interrupt_signal();
+// Attempts all that a process has to do. An interrupt ends the process by its signal.
+[[nodiscard]] ExitCode attempt_all(const std::function<ExitCode()> &work);

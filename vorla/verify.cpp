@@ -2,7 +2,6 @@
 #include "vorla/batch.h"
 #include "vorla/commands.h"
 #include "vorla/plan.h"
-#include "vorla/progress.h"
 #include "vorla/source.h"
 
 #include "format/packets.h"
