@@ -25,7 +25,7 @@ extern const int32_t imageAddExtension = 0;
 extern const char *const imageFormatString = "%s.%d%s"; // name, number, extension
 extern const char *const imageKey = "vrl";
 extern const char *const type = "image";
-extern const char *const version = "3.2";
+extern const char *const version = PIX_VERSION;
 extern const char *const program = "Kelvane";
 
 // Null until imageInit.
