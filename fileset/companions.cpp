@@ -1,5 +1,5 @@
-// Opening matte and depth beside a main file that is open. A companion is one file, or two fields
-// when the main file is.
+// Opening the matte and the depth of a main file that is open. A companion is stored like its main
+// file: as one file or as two fields.
 #include "fileset/open.h"
 
 #include "fileset/close.h"

@@ -1,5 +1,5 @@
-// Which files make an image, told from one name: its field files beside it, its companions in
-// sibling directories. Opening them is left to fileset/open.
+// The names of the files of an image, made from the host's name: field files lie beside it,
+// companions in sibling directories. Opening the files is left to fileset/open.
 #pragma once
 
 #include <stddef.h>
@@ -9,7 +9,7 @@ constexpr size_t PIX_NAME_SIZE = 1024; // of every name buffer, terminator inclu
 // Kinds of companion file.
 enum PixCompanion { PIX_COMPANION_DEPTH = 0, PIX_COMPANION_MATTE = 1 };
 
-// The names of an image. A field name that does not fit is empty.
+// The names of an image. A field name that is too long for its buffer is empty.
 struct PixNames {
     char base[PIX_NAME_SIZE]; // of the image, without a field suffix; may be empty
     char even[PIX_NAME_SIZE];

@@ -1,5 +1,5 @@
-// Finding and opening the files of an image. Companions are left to fileset/companions, and headers
-// to the opens of read/ and write/, but for the one word that tells a matte from a colour file.
+// Finding and opening the files of an image. Companions are left to fileset/companions. Headers are
+// left to the opens of read/ and write/, except the one word that tells a matte from a colour file.
 #include "fileset/open.h"
 
 #include "fileset/close.h"
@@ -28,7 +28,7 @@ static bool pix_open_single(PixMainOpen *open, const char *name)
     return file->fp || pix_open_file(file, name, open->mode);
 }
 
-// A field name that was too long is empty.
+// A field name that was too long is empty: opening it fails with ENAMETOOLONG.
 static bool pix_open_field(PixMainOpen *open, int field, const char *name)
 {
     if (name[0] == '\0') {
@@ -62,7 +62,7 @@ static bool pix_resolve_base(const PixMainOpen *open, const char *list, PixNames
     return size > 0 && size <= PIX_NAME_SIZE;
 }
 
-// A field name that is too long, before or now, is no failure until it is opened.
+// A field name that is too long becomes empty; opening it then fails with ENAMETOOLONG.
 static bool pix_resolve_field(const PixMainOpen *open, const char *list, char *name)
 {
     return name[0] == '\0' || pix_resolve(open, list, name) > 0;
@@ -78,7 +78,8 @@ static void pix_give_up(PixMainOpen *open, const char *name)
     }
 }
 
-// Tries the name as a single file. Without a path for every name the file is given up again.
+// Tries the name as a single file. When the host has no path for one of the names, the file is
+// closed again.
 static bool pix_try_single(PixMainOpen *open, const char *list)
 {
     PixNames found = open->names;

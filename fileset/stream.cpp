@@ -1,7 +1,7 @@
 // Streams and their buffers. Standard C has no way to look into a stream's buffer, and a call of
 // the library for each packet or a seek for each row, which is always a system call, takes longer
-// than the row itself. So two functions here know the fields of glibc's streams, as the inlined
-// getc_unlocked does. PIX_OPAQUE_STREAMS leaves that out, as any other C library does.
+// than the row itself. So two functions here use the fields of glibc's streams, as the inlined
+// getc_unlocked does. With PIX_OPAQUE_STREAMS, and with any other C library, they do not.
 #include "fileset/stream.h"
 
 #include "host/messages.h"
@@ -40,9 +40,10 @@ bool pix_consume(FILE *, long)
 
 #endif
 
-// Bytes of a stream's buffer. System calls may be dear, so writing gets a large one, and so does a
-// file that fits into it whole. Rows of a longer one that are read out of order fill a whole buffer
-// each, or two where they lie across its edge: a thousandth of the file serves both.
+// The size of a stream's buffer in bytes. System calls may take long, so writing gets a large
+// buffer, and so does a file that fits into it whole. Of a longer file, each row that is read out
+// of order fills a whole buffer, or two where the row lies across an edge: for such files a
+// thousandth of the file is a size that serves rows in order and out of order.
 constexpr size_t PIX_LEAST_BUFFER = 4096;
 constexpr size_t PIX_LARGE_BUFFER = 65536;
 constexpr size_t PIX_BUFFERS_A_FILE = 1024;

@@ -1,5 +1,5 @@
-// Whether a file is a PIX file, told from its first 12 bytes, a header and the two bytes behind it,
-// and in doubt from its name.
+// Decides whether a file is a PIX file by its first 12 bytes, which are a header and the two bytes
+// behind it, and by its name where the bytes leave a doubt.
 #include "format/header.h"
 #include "host/vyn.h"
 

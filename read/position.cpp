@@ -3,7 +3,8 @@
 // The table holds the rows that were passed on the way from the header without a failure. After a
 // row that could not be read the files are astray: reading may go on from there, but what it passes
 // is not remembered, until the next seek brings the files back to a row that is known. After a seek
-// that failed the image is lost, and gives no row before such a seek has succeeded.
+// that failed the image is lost: it gives no row until a later seek has brought all files to one
+// row.
 #include "read/read.h"
 
 #include "fileset/stream.h"

@@ -18,9 +18,9 @@
 // far.
 [[nodiscard]] int32_t pix_read_depth_row(FILE *fp, int32_t width, int32_t kind, int32_t *buffer);
 
-// Makes the table of row starts of an image whose files stand at their first rows. Without a table,
-// earlier rows are reached from the header: when there is no memory for it, and on standard input,
-// which the host's other users may move between two rows.
+// Makes the table of row starts of an image whose files stand at their first rows. There is no
+// table when there is no memory for it, and on standard input, whose position other code of the
+// host may change between two rows. Earlier rows are then reached from the header.
 void pix_start_table(PixState *state);
 
 // Brings all files to `row`: by seeking to the nearest row before it that is known, where that is

@@ -1,5 +1,5 @@
-// Rows from streams: decoded from what lies in a stream's buffer, as far as that shows, and the
-// rest packet by packet.
+// Rows from streams: decoded from what lies in a stream's buffer, and packet by packet where the
+// row goes beyond the buffer or the buffer is not accessible.
 #include "read/read.h"
 
 #include "fileset/stream.h"
@@ -9,8 +9,8 @@
 
 // --- Spans ----------------------------------------------------------------------------------
 
-// What lies in the stream's buffer, if that is an item of `size` bytes or more; else the next item
-// alone, read into `item`. A null span when the stream does not have the item whole.
+// Returns what lies in the stream's buffer if that is `size` bytes or more; else the next `size`
+// bytes, read into `item`; or a null span when the stream ends before them.
 static PixSpan pix_lend(FILE *fp, uint8_t *item, size_t size)
 {
     const PixSpan span = pix_look(fp);
