@@ -47,7 +47,7 @@ static bool print_means(const ImageHandle &image)
 int main(int argc, char **argv)
 {
     StandinModule module;
-    const char *failure = argc == 3 ? standin_load(argv[1], &module) : "usage: MODULE.so FILE";
+    const char *failure = argc == 3 ? standin_load(argv[1], &module) : "needs MODULE.so FILE";
     if (failure) {
         fprintf(stderr, "host_example: %s\n", failure);
         return 1;
