@@ -1,9 +1,10 @@
-// The tables of ratios, on standard output.
+// The tables of ratios, on standard output, and the speeds behind them in a file.
 #include "bench/bench.h"
 
 #include <math.h>
 #include <stdio.h>
 
+#include <fstream>
 #include <iterator>
 
 namespace {
@@ -95,6 +96,27 @@ void print_markdown(const Times &times)
     printf("\n");
 }
 
+// Mpixel/s of reading, then of writing: a block each, with a line for each picture that the peers
+// take.
+void write_speeds(const Times &times, const std::string &path)
+{
+    std::ofstream file(path);
+    for (const std::string way : {"read", "write"}) {
+        for (const char *picture : PICTURES) {
+            if (isnan(time_of(times, picture, way + " png"))) {
+                continue;
+            }
+            file << picture;
+            const std::string module = way == "read" ? "read file" : "write";
+            for (const std::string &work : {module, way + " limit", way + " tiff", way + " png"}) {
+                file << ' ' << WIDTH * HEIGHT / 1e3 / time_of(times, picture, work);
+            }
+            file << '\n';
+        }
+        file << "\n\n";
+    }
+}
+
 using Value = std::function<double(const std::string &picture, const std::string &work)>;
 
 // A line for each picture, a column for each work.
@@ -122,7 +144,7 @@ void print_values(const char *title, const std::vector<const char *> &works, con
 
 } // namespace
 
-bool print_tables(const Times &times)
+bool print_tables(const Times &times, const std::string &path)
 {
     const bool all_met = print_ratios(times);
     print_values("the codec alone, and copying the planes, in Gpixel/s",
@@ -137,5 +159,6 @@ bool print_tables(const Times &times)
                             time_of(times, picture, work);
                  });
     print_markdown(times);
+    write_speeds(times, path);
     return all_met;
 }
