@@ -1,6 +1,7 @@
 // Times the built module, driven as a host drives it, beside its limits and its peers, in one run,
 // and prints tables of ratios: times differ from machine to machine and from minute to minute,
-// ratios far less. `bench MODULE.so DIRECTORY [MODULE-BEFORE.so]`. Fails when a target is missed.
+// ratios far less. `bench MODULE.so DIRECTORY [MODULE-BEFORE.so]`. Leaves speeds in
+// DIRECTORY/speed. Fails when a target is missed.
 #include "bench/bench.h"
 #include "format/header.h"
 
@@ -240,5 +241,5 @@ int main(int argc, char **argv)
     add_open();
     Medians medians;
     benchmark::RunSpecifiedBenchmarks(&medians);
-    return print_tables(medians.times) ? 0 : 1;
+    return print_tables(medians.times, directory + "/speed") ? 0 : 1;
 }

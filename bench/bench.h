@@ -89,5 +89,6 @@ void read_tiff(const std::string &path, const std::vector<void *> &rows);
 // the module that the built one is compared with.
 using Times = std::map<std::string, double>;
 
-// Leaves out what was not timed. False when a target is missed.
-bool print_tables(const Times &times);
+// Leaves out what was not timed, and writes the data of scripts/speed.gnuplot to `path`. False when
+// a target is missed.
+bool print_tables(const Times &times, const std::string &path);

@@ -1,5 +1,5 @@
-// Pictures in memory, and a ray caster just large enough for its scene. The eye looks along z, y is
-// up, and every ray has a z of 1, so that the distance to a hit in lengths of the ray is its depth.
+// A ray caster just large enough for its scene. The eye looks along z, y is up, and every ray has a
+// z of 1, so that the distance to a hit in lengths of the ray is its depth.
 #include "examples/scene.h"
 
 #include "format/depth.h"
@@ -28,7 +28,7 @@ struct Hit {
     double distance; // in lengths of the ray
 };
 
-constexpr int SUBSAMPLES = 4;          // in a pixel, in each direction
+constexpr double SUBSAMPLES[] = {0.125, 0.375, 0.625, 0.875}; // of a pixel, in each direction
 constexpr double HORIZON = 0.36;       // of the picture's height, from the top
 constexpr double VIEW_HEIGHT = 0.80;   // of the picture, at a distance of 1
 constexpr double GROUND_END = 48;      // distance at which the ground stops
@@ -142,111 +142,45 @@ Vector ray_through(const Picture &picture, double x, double y)
 
 void render_pixel(Picture *picture, int32_t x, int32_t y)
 {
-    double sums[DEPTH] = {}; // of the channels before depth
-    for (int i = 0; i < SUBSAMPLES * SUBSAMPLES; ++i) {
-        const int column = i % SUBSAMPLES;
-        const int row = i / SUBSAMPLES;
-        const Vector ray =
-            ray_through(*picture, x + (column + 0.5) / SUBSAMPLES, y + (row + 0.5) / SUBSAMPLES);
-        const Hit hit = find_hit(ray);
-        const Vector colour = colour_of(hit, ray);
-        sums[RED] += colour.x;
-        sums[GREEN] += colour.y;
-        sums[BLUE] += colour.z;
-        sums[MATTE] += hit.sphere ? 1 : 0;
+    double sums[4] = {}; // red, green, blue, matte
+    for (const double row : SUBSAMPLES) {
+        for (const double column : SUBSAMPLES) {
+            const Vector ray = ray_through(*picture, x + column, y + row);
+            const Hit hit = find_hit(ray);
+            const Vector colour = colour_of(hit, ray);
+            sums[0] += colour.x;
+            sums[1] += colour.y;
+            sums[2] += colour.z;
+            sums[3] += hit.sphere ? 1 : 0;
+        }
     }
-    const size_t at = row_start(*picture, y) + static_cast<size_t>(x);
-    for (size_t channel = RED; channel < DEPTH; ++channel) {
-        const double mean = sums[channel] / (SUBSAMPLES * SUBSAMPLES);
-        picture->channels[channel][at] = static_cast<int32_t>(lround(255 * std::min(mean, 1.0)));
+    const size_t at = picture->row_start(y) + static_cast<size_t>(x);
+    for (size_t channel = 0; channel < std::size(sums); ++channel) {
+        const double mean =
+            sums[channel] / static_cast<double>(std::size(SUBSAMPLES) * std::size(SUBSAMPLES));
+        picture->bytes[channel][at] = static_cast<uint8_t>(lround(255 * std::min(mean, 1.0)));
     }
     const double distance = find_hit(ray_through(*picture, x + 0.5, y + 0.5)).distance;
-    picture->channels[DEPTH][at] =
-        distance < GROUND_END ? static_cast<int32_t>(distance * DEPTH_PER_UNIT) : PIX_DEPTH_LIMIT;
+    if (distance < GROUND_END) {
+        picture->depth[at] = static_cast<int32_t>(distance * DEPTH_PER_UNIT);
+    }
 }
 
 } // namespace
 
-Picture make_picture(int32_t width, int32_t height, bool colour, bool matte, bool depth)
+Picture::Picture(int32_t columns, int32_t rows, bool has_colour, bool has_matte, bool has_depth)
+    : width(columns), height(rows)
 {
-    Picture picture = {width, height, {}};
-    const bool present[CHANNELS] = {colour, colour, colour, matte, depth};
-    for (size_t channel = RED; channel < CHANNELS; ++channel) {
-        picture.channels[channel].resize(present[channel] ? row_start(picture, height) : 0);
+    for (const size_t channel : {RED, GREEN, BLUE}) {
+        bytes[channel].resize(has_colour ? row_start(height) : 0);
     }
-    return picture;
-}
-
-void copy_row_to(void *const *buffers, const Picture &picture, int32_t row)
-{
-    for (size_t channel = RED; channel < CHANNELS; ++channel) {
-        if (picture.channels[channel].empty()) {
-            continue;
-        }
-        const int32_t *from = &picture.channels[channel][row_start(picture, row)];
-        if (channel == DEPTH) {
-            std::copy_n(from, picture.width, static_cast<int32_t *>(*buffers++));
-        } else {
-            std::copy_n(from, picture.width, static_cast<uint8_t *>(*buffers++));
-        }
-    }
-}
-
-void copy_row_from(const void *const *buffers, Picture *picture, int32_t row)
-{
-    for (size_t channel = RED; channel < CHANNELS; ++channel) {
-        if (picture->channels[channel].empty()) {
-            continue;
-        }
-        int32_t *to = &picture->channels[channel][row_start(*picture, row)];
-        if (channel == DEPTH) {
-            std::copy_n(static_cast<const int32_t *>(*buffers++), picture->width, to);
-        } else {
-            std::copy_n(static_cast<const uint8_t *>(*buffers++), picture->width, to);
-        }
-    }
-}
-
-Picture field_of(const Picture &picture, int32_t first)
-{
-    Picture field = {picture.width, 0, {}};
-    for (int32_t row = first; row < picture.height; row += 2, ++field.height) {
-        for (size_t channel = RED; channel < CHANNELS; ++channel) {
-            const int32_t *from = &picture.channels[channel][row_start(picture, row)];
-            std::copy_n(from, picture.width, std::back_inserter(field.channels[channel]));
-        }
-    }
-    return field;
-}
-
-std::string find_difference(const Picture &expected, const Picture &found)
-{
-    if (found.width != expected.width || found.height != expected.height) {
-        return "size is " + std::to_string(found.width) + " x " + std::to_string(found.height);
-    }
-    const char *const names[CHANNELS] = {"red", "green", "blue", "matte", "depth"};
-    for (size_t channel = RED; channel < CHANNELS; ++channel) {
-        const std::vector<int32_t> &right = expected.channels[channel];
-        const std::vector<int32_t> &read = found.channels[channel];
-        const std::string name = names[channel];
-        if (read.size() != right.size()) {
-            return name + " has " + std::to_string(read.size()) + " samples, not " +
-                   std::to_string(right.size());
-        }
-        const auto [one, other] = std::mismatch(right.begin(), right.end(), read.begin());
-        if (one != right.end()) {
-            const auto at = one - right.begin();
-            return name + " is " + std::to_string(*other) + ", not " + std::to_string(*one) +
-                   ", at pixel " + std::to_string(at % expected.width) + " of row " +
-                   std::to_string(at / expected.width);
-        }
-    }
-    return "";
+    bytes[MATTE].resize(has_matte ? row_start(height) : 0);
+    depth.resize(has_depth ? row_start(height) : 0, PIX_DEPTH_LIMIT);
 }
 
 Picture render_scene(int32_t width, int32_t height)
 {
-    Picture picture = make_picture(width, height, true, true, true);
+    Picture picture(width, height, true, true, true);
     for (int32_t y = 0; y < height; ++y) {
         for (int32_t x = 0; x < width; ++x) {
             render_pixel(&picture, x, y);
