@@ -1,4 +1,5 @@
 #include "tests/support.h"
+#include "tests/messages.h"
 
 #include <stdlib.h>
 
@@ -164,6 +165,7 @@ std::vector<int> ModuleTest::messages()
 void ModuleTest::take(const StandinMessage &message, void *context)
 {
     auto *test = static_cast<ModuleTest *>(context);
+    EXPECT_TRUE(message.set == 0 || is_known(message)) << message.severity << " " << message.text;
     test->numbers.push_back(message.set == 902 ? message.number : -message.number);
     test->texts.emplace_back(message.text);
 }
