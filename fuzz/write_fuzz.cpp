@@ -61,7 +61,7 @@ bool can_be_stored(const ImageHandle *handle)
 }
 
 // Writes one row, every sample byte repeated `stretch` times. Returns its samples.
-std::string write_row(const ImageHandle *handle, int32_t y, Input *input, uint32_t stretch)
+std::vector<int32_t> write_row(const ImageHandle *handle, int32_t y, Input *input, uint32_t stretch)
 {
     PixState *state = handle->priv->state;
     std::vector<std::unique_ptr<char[]>> buffers; // each a block of exactly its size
@@ -77,14 +77,15 @@ std::string write_row(const ImageHandle *handle, int32_t y, Input *input, uint32
         input->take(input->left > 1 ? 1 : 0);
         rows.push_back(buffers.back().get());
     }
-    std::string samples = samples_of(*state, rows.data());
+    std::vector<int32_t> row = samples(*state, rows.data());
     CHECK(handle->scanline_proc(state, y, rows.data()) == 0 && vyn__err == 0);
-    CHECK(samples_of(*state, rows.data()) == samples);
-    return samples;
+    CHECK(samples(*state, rows.data()) == row);
+    return row;
 }
 
 // Reads back what was written as `state` says.
-void read_back(const PixState &state, bool searched, const std::vector<std::string> &written)
+void read_back(const PixState &state, bool searched,
+               const std::vector<std::vector<int32_t>> &written)
 {
     ImageHandle *handle = make_reader(NAME, searched);
     const bool readable = state.plane[PIX_COLOUR].present || state.plane[PIX_MATTE].present;
@@ -96,10 +97,10 @@ void read_back(const PixState &state, bool searched, const std::vector<std::stri
             CHECK(again.plane[kind].present == state.plane[kind].present);
         }
         int32_t y = state.height;
-        for (const std::string &row : written) {
+        for (const std::vector<int32_t> &row : written) {
             void **rows = nullptr;
             CHECK(handle->scanline_proc(handle->priv->state, --y, &rows) == 0);
-            CHECK(samples_of(again, rows) == row);
+            CHECK(samples(again, rows) == row);
         }
     }
     close_image(handle);
@@ -125,7 +126,7 @@ void write_image(Input input)
         can_be_read(window.x_min, window.x_max) && can_be_read(window.y_min, window.y_max);
     CHECK(state.plane[PIX_COLOUR].present == (handle->info->channel_count == 3));
     CHECK(state.plane[PIX_MATTE].present == (handle->info->matte_count == 1));
-    std::vector<std::string> written;
+    std::vector<std::vector<int32_t>> written;
     for (int32_t row = 0; row < std::min(state.height, MAX_ROWS) && state.width <= MAX_WIDTH;
          ++row) {
         written.push_back(write_row(handle, state.height - 1 - row, &input, stretch));

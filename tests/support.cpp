@@ -47,12 +47,6 @@ Bytes operator+(Bytes front, const Bytes &back)
     return front;
 }
 
-static size_t open_descriptors()
-{
-    return static_cast<size_t>(
-        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
-
 void ModuleTest::SetUp()
 {
     std::string name = fs::temp_directory_path() / "vorla-XXXXXX";
@@ -109,21 +103,6 @@ std::vector<std::string> ModuleTest::files() const
     return names;
 }
 
-std::vector<int32_t> samples(void **rows, const ImageInfo &info, int32_t width)
-{
-    std::vector<int32_t> row;
-    const int32_t channels = info.channel_count + info.matte_count;
-    for (int32_t channel = 0; channel < channels; ++channel) {
-        const auto *bytes = static_cast<const uint8_t *>(rows[channel]);
-        row.insert(row.end(), bytes, bytes + width);
-    }
-    if (info.aux_count > 0) {
-        const auto *depths = static_cast<const int32_t *>(rows[channels]);
-        row.insert(row.end(), depths, depths + width);
-    }
-    return row;
-}
-
 Picture ModuleTest::read(const std::string &name, const Prepare &prepare)
 {
     ImageHandle *handle = standin_new_reader(path("r/" + name).c_str());
@@ -144,7 +123,7 @@ Picture ModuleTest::read(const std::string &name, const Prepare &prepare)
         void **rows = nullptr;
         picture.codes.push_back(handle->scanline_proc(handle->priv->state, y, &rows));
         if (rows) {
-            picture.rows.push_back(samples(rows, picture.info, picture.info.width));
+            picture.rows.push_back(samples(picture.state, rows));
         }
     }
     EXPECT_EQ(handle->close_proc(handle), 0);
