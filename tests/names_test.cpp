@@ -9,63 +9,71 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-TEST(Names, FieldRule)
+TEST(Names, OfFieldsAreToldFromTheImagesName)
 {
-    // clang-format off
-    // Field names are `base` + `suffix` + "e" or "o".
-    struct Case { const char *name, *base, *suffix; bool is_field; };
-    const Case cases[] = {
-        {"shot.pix", "shot.pix", ".", false}, {"shot.pix.e", "shot.pix", ".", true},
-        {"shot.pix.o", "shot.pix", ".", true}, {"shot.0001", "shot.0001", "", false},
-        {"shot.0001e", "shot.0001", "", true}, {"shot.0001o", "shot.0001", "", true},
-        {"r/shot.12", "r/shot.12", "", false}, {"shot.pixe", "shot.pixe", ".", false},
-        {"shot.e7", "shot.e7", ".", false}, {"shot", "shot", ".", false},
-        {"shot.E", "shot.E", ".", false}, {"a.12o", "a.12", "", true}, {"x.5.e", "x.5", ".", true},
-        {"dir/5", "dir/5", ".", false}, {"r.7/e", "r.7/e", ".", false}, {"5e", "5e", ".", false},
-        {"e", "e", ".", false}, {"7", "7", ".", false}, {"shot.", "shot.", ".", false},
-        {".5e", ".5", "", true}, {".e", "", ".", true}, {".7", ".7", "", false},
-        {"r.7/12e", "r.7/12e", ".", false},
+    struct Case {
+        const char *name;
+        std::string base;
+        const char *suffix = "."; // field names are `base` + `suffix` + "e" or "o"
     };
-    // clang-format on
+    const Case cases[] = {
+        {"shot.pix", "shot.pix"},
+        {"shot.pix.e", "shot.pix"},
+        {"shot.pix.o", "shot.pix"},
+        {"shot.pixe", "shot.pixe"},
+        {"shot.e7", "shot.e7"},
+        {"shot", "shot"},
+        {"shot.E", "shot.E"},
+        {"x.5.e", "x.5"},
+        {"dir/5", "dir/5"},
+        {"r.7/e", "r.7/e"},
+        {"r.7/12e", "r.7/12e"},
+        {"5e", "5e"},
+        {"e", "e"},
+        {"7", "7"},
+        {"shot.", "shot."},
+        {".e", ""},
+        {".7", ".7", ""},
+        {".5e", ".5", ""},
+        {"r/shot.12", "r/shot.12", ""},
+        {"shot.0001e", "shot.0001", ""},
+        {"a.12o", "a.12", ""},
+    };
     for (const Case &c : cases) {
         PixNames names;
         pix_field_names(c.name, 'r', &names);
-        EXPECT_STREQ(names.base, c.base) << c.name;
-        EXPECT_EQ(names.even, std::string(c.base) + c.suffix + "e") << c.name;
-        EXPECT_EQ(names.odd, std::string(c.base) + c.suffix + "o") << c.name;
-        EXPECT_EQ(names.is_field, c.is_field) << c.name;
+        EXPECT_EQ(names.base, c.base) << c.name;
+        EXPECT_EQ(names.even, c.base + c.suffix + "e") << c.name;
+        EXPECT_EQ(names.odd, c.base + c.suffix + "o") << c.name;
+        EXPECT_EQ(names.is_field, c.name != c.base) << c.name;
         pix_field_names(c.name, 'w', &names);
         EXPECT_STREQ(names.base, c.name);
-        EXPECT_FALSE(names.is_field);
+        EXPECT_FALSE(names.is_field) << c.name;
     }
 }
 
-TEST(Names, CompanionRule)
+TEST(Names, OfCompanionsLieBesideTheImagesDirectory)
 {
-    // clang-format off
-    struct Case { const char *path, *matte, *depth; };
-    const Case cases[] = {
-        {"shot.pix", "../mask/shot.pix", "../depth/shot.pix"},
-        {"renders/shot.pix", "mask/shot.pix", "depth/shot.pix"},
-        {"/shot.pix", "/mask/shot.pix", "/depth/shot.pix"},
-        {"/a/shot.pix", "/mask/shot.pix", "/depth/shot.pix"},
-        {"/jobs/a/renders/shot.pix", "/jobs/a/mask/shot.pix", "/jobs/a/depth/shot.pix"},
-        {"a/b/shot.pix", "a/mask/shot.pix", "a/depth/shot.pix"},
-        {"a//shot.pix", "a/mask/shot.pix", "a/depth/shot.pix"},
-        {"renders/shot.0001e", "mask/shot.0001e", "depth/shot.0001e"},
-        {"", "../mask/", "../depth/"},
-        {"/dev/stdin", nullptr, nullptr},
-        {"/dev/stdout", nullptr, nullptr},
+    const std::pair<const char *, const char *> parents[] = {
+        // of a path and of its companions
+        {"", "../"},    {"renders/", ""},           {"/", "/"},    {"/a/", "/"},
+        {"a/b/", "a/"}, {"/jobs/a/b/", "/jobs/a/"}, {"a//", "a/"},
     };
-    // clang-format on
-    for (const Case &c : cases) {
-        EXPECT_STREQ(pix_companion_path(c.path, "r", PIX_COMPANION_MATTE), c.matte) << c.path;
-        EXPECT_STREQ(pix_companion_path(c.path, "r", PIX_COMPANION_DEPTH), c.depth) << c.path;
+    for (const auto &[path, parent] : parents) {
+        for (const std::string file : {"shot.pix", "shot.1e", ""}) {
+            const std::string name = path + file;
+            EXPECT_EQ(pix_companion_path(name.c_str(), "r", PIX_COMPANION_MATTE),
+                      parent + ("mask/" + file));
+            EXPECT_EQ(pix_companion_path(name.c_str(), "r", PIX_COMPANION_DEPTH),
+                      parent + ("depth/" + file));
+        }
     }
+    EXPECT_EQ(pix_companion_path("/dev/stdin", "r", PIX_COMPANION_MATTE), nullptr);
+    EXPECT_EQ(pix_companion_path("/dev/stdout", "r", PIX_COMPANION_DEPTH), nullptr);
     EXPECT_DEATH((void)pix_companion_path("shot.pix", "r", 2), "");
 }
 
-TEST(Names, CompanionDirectoryIsMadeOnlyForAPathThatFits)
+TEST(Names, OfCompanionsHaveTheirDirectoryMadeIfTheyFit)
 {
     std::string directory = testing::TempDir() + "vorla-names-XXXXXX";
     ASSERT_NE(mkdtemp(directory.data()), nullptr);
