@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include <stdlib.h>
 #include <unistd.h>
@@ -12,60 +13,47 @@
 TEST(Names, OfFieldsAreToldFromTheImagesName)
 {
     struct Case {
-        const char *name;
-        std::string base;
-        const char *suffix = "."; // field names are `base` + `suffix` + "e" or "o"
+        const char *suffix; // field names are the base, this and "e" or "o"
+        size_t cut;         // that many bytes behind the base make the name a field's
+        std::vector<std::string> names;
     };
     const Case cases[] = {
-        {"shot.pix", "shot.pix"},
-        {"shot.pix.e", "shot.pix"},
-        {"shot.pix.o", "shot.pix"},
-        {"shot.pixe", "shot.pixe"},
-        {"shot.e7", "shot.e7"},
-        {"shot", "shot"},
-        {"shot.E", "shot.E"},
-        {"x.5.e", "x.5"},
-        {"dir/5", "dir/5"},
-        {"r.7/e", "r.7/e"},
-        {"r.7/12e", "r.7/12e"},
-        {"5e", "5e"},
-        {"e", "e"},
-        {"7", "7"},
-        {"shot.", "shot."},
-        {".e", ""},
-        {".7", ".7", ""},
-        {".5e", ".5", ""},
-        {"r/shot.12", "r/shot.12", ""},
-        {"shot.0001e", "shot.0001", ""},
-        {"a.12o", "a.12", ""},
+        {".",
+         0,
+         {"shot.pix", "shot.pixe", "shot.e7", "shot", "shot.E", "shot.", "dir/5", "r.7/e",
+          "r.7/12e", "5e", "e", "7"}},
+        {".", 2, {"shot.pix.e", "shot.pix.o", "x.5.e", ".e"}},
+        {"", 0, {"shot.0001", "r/shot.12", ".7"}},
+        {"", 1, {"shot.0001e", "shot.0001o", "a.12o", ".5e"}},
     };
     for (const Case &c : cases) {
-        PixNames names;
-        pix_field_names(c.name, 'r', &names);
-        EXPECT_EQ(names.base, c.base) << c.name;
-        EXPECT_EQ(names.even, c.base + c.suffix + "e") << c.name;
-        EXPECT_EQ(names.odd, c.base + c.suffix + "o") << c.name;
-        EXPECT_EQ(names.is_field, c.name != c.base) << c.name;
-        pix_field_names(c.name, 'w', &names);
-        EXPECT_STREQ(names.base, c.name);
-        EXPECT_FALSE(names.is_field) << c.name;
+        for (const std::string &name : c.names) {
+            const std::string base = name.substr(0, name.size() - c.cut);
+            PixNames names;
+            pix_field_names(name.c_str(), 'r', &names);
+            EXPECT_EQ(names.base, base) << name;
+            EXPECT_EQ(names.even, base + c.suffix + "e") << name;
+            EXPECT_EQ(names.odd, base + c.suffix + "o") << name;
+            EXPECT_EQ(names.is_field, c.cut > 0) << name;
+            pix_field_names(name.c_str(), 'w', &names);
+            EXPECT_EQ(names.base, name);
+            EXPECT_FALSE(names.is_field) << name;
+        }
     }
 }
 
 TEST(Names, OfCompanionsLieBesideTheImagesDirectory)
 {
-    const std::pair<const char *, const char *> parents[] = {
-        // of a path and of its companions
-        {"", "../"},    {"renders/", ""},           {"/", "/"},    {"/a/", "/"},
-        {"a/b/", "a/"}, {"/jobs/a/b/", "/jobs/a/"}, {"a//", "a/"},
-    };
-    for (const auto &[path, parent] : parents) {
-        for (const std::string file : {"shot.pix", "shot.1e", ""}) {
-            const std::string name = path + file;
-            EXPECT_EQ(pix_companion_path(name.c_str(), "r", PIX_COMPANION_MATTE),
-                      parent + ("mask/" + file));
-            EXPECT_EQ(pix_companion_path(name.c_str(), "r", PIX_COMPANION_DEPTH),
-                      parent + ("depth/" + file));
+    // Directories of an image and, in the same places, those in which its companions' lie.
+    const std::string paths[] = {"", "renders/", "/", "/a/", "a/b/", "/jobs/a/b/", "a//"};
+    const std::string parents[] = {"../", "", "/", "/", "a/", "/jobs/a/", "a/"};
+    for (size_t i = 0; i < std::size(paths); ++i) {
+        for (const char *file : {"shot.pix", "shot.1e", ""}) {
+            const std::string path = paths[i] + file;
+            EXPECT_EQ(pix_companion_path(path.c_str(), "r", PIX_COMPANION_MATTE),
+                      parents[i] + "mask/" + file);
+            EXPECT_EQ(pix_companion_path(path.c_str(), "r", PIX_COMPANION_DEPTH),
+                      parents[i] + "depth/" + file);
         }
     }
     EXPECT_EQ(pix_companion_path("/dev/stdin", "r", PIX_COMPANION_MATTE), nullptr);
