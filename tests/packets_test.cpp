@@ -163,8 +163,9 @@ TEST(Packets, AreDecodedAtEveryDistanceFromTheEnd)
 TEST(Packets, OfRunsAcrossTheEdgeOfABlockAreCodedBothWays)
 {
     constexpr size_t MUCH_ROOM = PIX_ENCODE_ROOM + 50 * PIX_MAX_PACKET; // for one call
-    for (const size_t open : {0,   1,   2,   5,   8,   15,  16,  17,  31,  32,  33,  200, 224,
-                              237, 238, 239, 240, 241, 253, 254, 255, 256, 257, 495, 510, 600}) {
+    for (const size_t open :
+         Runs{0,   1,   2,   5,   8,   15,  16,  17,  31,  32,  33,  200, 224,
+              237, 238, 239, 240, 241, 253, 254, 255, 256, 257, 495, 510, 600}) {
         for (uint32_t number = 0; number < 2000 && !HasFailure(); ++number) {
             const uint32_t dense = number * 0x9E3779B1;
             const uint32_t ends = number % 2 ? dense : dense & dense >> 7 & dense << 5;
@@ -178,7 +179,7 @@ TEST(Packets, OfRunsAcrossTheEdgeOfABlockAreCodedBothWays)
                 }
             }
             runs.push_back(run + 1 + number % 17);
-            for (const size_t channels : {1, 3}) {
+            for (const size_t channels : Runs{1, 3}) {
                 const Row row = make_row(channels, runs);
                 for (const size_t room : {PIX_ENCODE_ROOM, PIX_ENCODE_ROOM + 5, MUCH_ROOM}) {
                     check_encoding(row, room);
