@@ -14,26 +14,18 @@ namespace {
 constexpr size_t MAX_SIZE = 4096; // of an input, and of a row's packets
 constexpr size_t MAX_WIDTH = MAX_SIZE / PIX_MAX_PACKET;
 
-// For three channels of each row, for a span, and for what each way encodes.
-enum Block { ROW = 0, ROW_AGAIN = 3, OTHER_ROW = 6, SPAN = 9, PACKETS, OTHER_PACKETS };
+using Bytes = std::vector<uint8_t>; // just as long as they are used, for AddressSanitizer
 
-// Memory that ends with its heap block, so that AddressSanitizer sees every access behind it. The
-// blocks stay from input to input: to make them takes longer than to code a row.
-uint8_t *get_memory(int block, size_t size)
-{
-    static std::vector<uint8_t> blocks[OTHER_PACKETS + 1];
-    blocks[block].resize(MAX_SIZE);
-    return blocks[block].data() + MAX_SIZE - size;
-}
-
-PixRow make_row(Block block, int32_t channels, size_t width)
-{
-    static void *buffers[SPAN];
-    for (int i = block; i < block + 3; ++i) {
-        buffers[i] = memset(get_memory(i, width), 0, width);
+// A row of zeros, with its memory.
+struct Row {
+    Row(int32_t channels, size_t width)
+        : planes(3, Bytes(width)), row{buffers, channels, static_cast<int32_t>(width), 0}
+    {
     }
-    return {buffers + block, channels, static_cast<int32_t>(width), 0};
-}
+    std::vector<Bytes> planes;
+    void *buffers[3] = {planes[0].data(), planes[1].data(), planes[2].data()};
+    PixRow row;
+};
 
 // As far as both are decoded.
 void check_same(const PixRow &row, const PixRow &other)
@@ -50,16 +42,16 @@ void check_same(const PixRow &row, const PixRow &other)
 // stopped, and behind how many bytes.
 std::pair<PixStop, size_t> decode(Input bytes, Input cuts, PixRow *row)
 {
-    PixRow other = make_row(OTHER_ROW, row->channels, static_cast<size_t>(row->width));
+    Row again(row->channels, static_cast<size_t>(row->width));
+    PixRow &other = again.row;
     other.buffers = row->buffers ? other.buffers : nullptr;
     PixStop stop = PIX_STOP_SPAN;
     size_t taken = 0;
     size_t end = 0;
     do {
         end = cuts.left > 0 ? std::min(bytes.left, end + cuts.number(1)) : bytes.left;
-        uint8_t *const block = get_memory(SPAN, end - taken);
-        std::copy(bytes.data + taken, bytes.data + end, block);
-        PixSpan span = {block, block + (end - taken)};
+        const Bytes block(bytes.data + taken, bytes.data + end);
+        PixSpan span = {block.data(), block.data() + block.size()};
         PixSpan same = span;
         stop = pix_decode(&span, row, false);
         CHECK(pix_decode(&same, &other, pix_can_shuffle) == stop);
@@ -71,19 +63,19 @@ std::pair<PixStop, size_t> decode(Input bytes, Input cuts, PixRow *row)
 }
 
 // Encodes both ways, in calls with this room.
-std::vector<uint8_t> encode(PixRow row, size_t room)
+Bytes encode(PixRow row, size_t room)
 {
-    std::vector<uint8_t> packets;
+    Bytes packets;
     PixRow other = row;
     while (row.done < row.width) {
-        uint8_t *const bytes = get_memory(PACKETS, room);
-        const size_t size = pix_encode(&row, bytes, room, false);
+        Bytes bytes(room);
+        Bytes same(room);
+        const size_t size = pix_encode(&row, bytes.data(), room, false);
         CHECK(size > 0 && size <= room);
         CHECK(row.done == row.width || room - size < PIX_ENCODE_ROOM);
-        uint8_t *const same = get_memory(OTHER_PACKETS, room);
-        CHECK(pix_encode(&other, same, room, pix_can_shuffle) == size && other.done == row.done);
-        CHECK(std::equal(bytes, bytes + size, same));
-        packets.insert(packets.end(), bytes, bytes + size);
+        CHECK(pix_encode(&other, same.data(), room, pix_can_shuffle) == size);
+        CHECK(other.done == row.done && memcmp(bytes.data(), same.data(), size) == 0);
+        packets.insert(packets.end(), bytes.data(), bytes.data() + size);
     }
     return packets;
 }
@@ -99,7 +91,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const size_t room = PIX_ENCODE_ROOM + input.number(2) % 2048;
     const Input cuts = input.take(options >> 5);
 
-    PixRow row = make_row(ROW, channels, width);
+    Row pixels(channels, width);
+    PixRow &row = pixels.row;
     auto decoded = decode(input, cuts, &row);
     if (decoded.first == PIX_STOP_WIDTH) {
         decoded.first = PIX_STOP_ROW; // when it is passed over
@@ -107,10 +100,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     PixRow passed = {nullptr, channels, row.width, 0};
     CHECK(decode(input, cuts, &passed) == decoded);
 
-    const std::vector<uint8_t> packets = encode({row.buffers, channels, row.done, 0}, room);
-    PixRow again = make_row(ROW_AGAIN, channels, static_cast<size_t>(row.done));
+    const Bytes packets = encode({row.buffers, channels, row.done, 0}, room);
+    Row again(channels, static_cast<size_t>(row.done));
     decoded = {PIX_STOP_ROW, packets.size()};
-    CHECK(decode({packets.data(), packets.size()}, cuts, &again) == decoded);
-    check_same(row, again);
+    CHECK(decode({packets.data(), packets.size()}, cuts, &again.row) == decoded);
+    check_same(row, again.row);
     return 0;
 }

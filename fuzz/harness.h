@@ -2,17 +2,14 @@
 // the images in it.
 #pragma once
 
-#include "fileset/state.h"
 #include "fuzz/input.h"
-#include "standin/standin.h"
+#include "tests/invariants.h"
 
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <string>
 
 // Where the kinds of file lie: colour, matte and depth.
@@ -44,6 +41,13 @@ inline std::string path_of(const char *folder, const char *name, bool searched =
     return (searched ? "" : directory + "/") + folder + "/" + name;
 }
 
+// Stops the process with what is wrong, unless that is nothing.
+inline void check_none(const std::string &wrong)
+{
+    wrong.empty() ? void() : (void)fprintf(stderr, "%s\n", wrong.c_str());
+    CHECK(wrong.empty());
+}
+
 inline ImageHandle *make_reader(const char *name, bool searched)
 {
     ImageHandle *handle = standin_new_reader(path_of(FOLDERS[0], name, searched).c_str());
@@ -55,25 +59,4 @@ inline ImageHandle *make_reader(const char *name, bool searched)
 inline void close_image(ImageHandle *handle)
 {
     CHECK(handle->close_proc(handle) == 0 && vyn__err == 0);
-}
-
-// Descriptors in use.
-inline auto open_descriptors()
-{
-    const auto all = std::filesystem::directory_iterator("/proc/self/fd");
-    return std::distance(begin(all), end(all));
-}
-
-// The samples in the row buffers of an image.
-inline std::string samples_of(const PixState &state, void *const *rows)
-{
-    std::string samples;
-    const auto width = static_cast<size_t>(state.width);
-    for (const PixKind kind : PIX_KINDS) {
-        const size_t size = kind == PIX_DEPTH ? sizeof(int32_t) : 1;
-        for (int i = 0; state.plane[kind].present && i < PIX_FACTS[kind].buffers; ++i) {
-            samples.append(static_cast<const char *>(*rows++), size * width);
-        }
-    }
-    return samples;
 }

@@ -47,58 +47,22 @@ void make_files(const Plan &plan, Input bytes, bool remove)
     }
 }
 
-// Streams, counts, flags and row buffers agree.
-void check_opened(const ImageHandle *handle)
-{
-    PixState *state = handle->priv->state;
-    const ImageInfo &info = *handle->info;
-    CHECK(vyn__err == 0 || vyn__err == -5 || vyn__err == -16);
-    for (const PixKind kind : PIX_KINDS) {
-        const int32_t buffers = state->plane[kind].present ? PIX_FACTS[kind].buffers : 0;
-        CHECK(info.*PIX_FACTS[kind].count == buffers);
-    }
-    CHECK(info.channel_count == 3 || (info.matte_count == 1 && info.aux_count == 0));
-    CHECK(info.width == state->width && info.height == state->height);
-    CHECK(info.width >= 0 && info.width <= 16383 && info.height >= 0 && info.height <= 16383);
-    const int32_t rows = info.channel_count + info.matte_count + info.aux_count;
-    CHECK(std::find(state->chan, state->chan + rows + 1, nullptr) == state->chan + rows);
-    for (const PixPlane &plane : state->plane) {
-        for (uint32_t field = 0; field < 2; ++field) {
-            const bool used = plane.present && field < state->fields;
-            CHECK((plane.file[field].fp != nullptr) == used);
-        }
-    }
-}
-
-// Nothing is left but a state on which calls do no harm.
-void check_failed(const ImageHandle *handle)
-{
-    PixState *state = handle->priv->state;
-    CHECK(vyn__err == -5 || vyn__err == -8);
-    for (const PixPlane &plane : state->plane) {
-        CHECK(!plane.file[0].fp && !plane.file[1].fp && !plane.name && !plane.present);
-    }
-    CHECK(!state->chan && !state->table);
-    void **rows = nullptr;
-    CHECK(handle->scanline_proc(state, 0, &rows) == -2 && !rows);
-}
-
 // Null when the image does not open.
 ImageHandle *open_image(const Plan &plan)
 {
     ImageHandle *handle = make_reader(plan.name(0), plan.options & 16);
     plan.options & 32 ? standin_request(handle, plan.options >> 6 & 1, plan.choice) : void();
     if (imageReadOpen(handle) == 1) {
-        check_opened(handle);
+        check_none(image_disagrees(handle));
         return handle;
     }
-    check_failed(handle);
+    check_none(failed_open_holds(handle));
     close_image(handle);
     return nullptr;
 }
 
 // True when the row read well and from where it begins, which is not known after a failure.
-bool read_row(const ImageHandle *handle, int32_t y, std::string *samples)
+bool read_row(const ImageHandle *handle, int32_t y, std::vector<int32_t> *row)
 {
     PixState *state = handle->priv->state;
     void **rows = nullptr;
@@ -107,7 +71,7 @@ bool read_row(const ImageHandle *handle, int32_t y, std::string *samples)
     CHECK(code == vyn__err && (inside ? code == 0 || code == -18 : code == -2));
     CHECK(rows == (code == 0 ? state->chan : nullptr));
     if (code == 0) {
-        *samples = samples_of(*state, rows);
+        *row = samples(*state, rows);
     }
     return code == 0 && state->place == PIX_AT_ROW;
 }
@@ -119,23 +83,23 @@ void read_image(const Plan &plan)
     if (!handle) {
         return;
     }
-    std::vector<std::pair<int32_t, std::string>> rows;
+    std::vector<std::pair<int32_t, std::vector<int32_t>>> rows;
     for (Input order = plan.order; order.left > 0;) {
         const uint32_t next = order.number(1);
         const int32_t special[] = {0, INT32_MAX, INT32_MIN};
         const int32_t y = next < 253 ? handle->info->height - 1 - static_cast<int32_t>(next)
                                      : special[next - 253];
-        std::string samples;
-        if (read_row(handle, y, &samples)) {
-            rows.emplace_back(y, samples);
+        std::vector<int32_t> row;
+        if (read_row(handle, y, &row)) {
+            rows.emplace_back(y, row);
         }
     }
     close_image(handle);
     handle = open_image(plan);
-    std::string samples;
-    read_row(handle, 0, &samples); // as far as the files go
+    std::vector<int32_t> again;
+    read_row(handle, 0, &again); // as far as the files go
     for (auto row = rows.rbegin(); row != rows.rend(); ++row) {
-        CHECK(read_row(handle, row->first, &samples) && samples == row->second);
+        CHECK(read_row(handle, row->first, &again) && again == row->second);
     }
     close_image(handle);
 }

@@ -5,67 +5,63 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include <stdlib.h>
 #include <unistd.h>
 
-TEST(Names, FieldRule)
+TEST(Names, OfFieldsAreToldFromTheImagesName)
 {
-    // clang-format off
-    // Field names are `base` + `suffix` + "e" or "o".
-    struct Case { const char *name, *base, *suffix; bool is_field; };
-    const Case cases[] = {
-        {"shot.pix", "shot.pix", ".", false}, {"shot.pix.e", "shot.pix", ".", true},
-        {"shot.pix.o", "shot.pix", ".", true}, {"shot.0001", "shot.0001", "", false},
-        {"shot.0001e", "shot.0001", "", true}, {"shot.0001o", "shot.0001", "", true},
-        {"r/shot.12", "r/shot.12", "", false}, {"shot.pixe", "shot.pixe", ".", false},
-        {"shot.e7", "shot.e7", ".", false}, {"shot", "shot", ".", false},
-        {"shot.E", "shot.E", ".", false}, {"a.12o", "a.12", "", true}, {"x.5.e", "x.5", ".", true},
-        {"dir/5", "dir/5", ".", false}, {"r.7/e", "r.7/e", ".", false}, {"5e", "5e", ".", false},
-        {"e", "e", ".", false}, {"7", "7", ".", false}, {"shot.", "shot.", ".", false},
-        {".5e", ".5", "", true}, {".e", "", ".", true}, {".7", ".7", "", false},
-        {"r.7/12e", "r.7/12e", ".", false},
+    struct Case {
+        const char *suffix; // field names are the base, this and "e" or "o"
+        size_t cut;         // that many bytes behind the base make the name a field's
+        std::vector<std::string> names;
     };
-    // clang-format on
+    const Case cases[] = {
+        {".",
+         0,
+         {"shot.pix", "shot.pixe", "shot.e7", "shot", "shot.E", "shot.", "dir/5", "r.7/e",
+          "r.7/12e", "5e", "e", "7"}},
+        {".", 2, {"shot.pix.e", "shot.pix.o", "x.5.e", ".e"}},
+        {"", 0, {"shot.0001", "r/shot.12", ".7"}},
+        {"", 1, {"shot.0001e", "shot.0001o", "a.12o", ".5e"}},
+    };
     for (const Case &c : cases) {
-        PixNames names;
-        pix_field_names(c.name, 'r', &names);
-        EXPECT_STREQ(names.base, c.base) << c.name;
-        EXPECT_EQ(names.even, std::string(c.base) + c.suffix + "e") << c.name;
-        EXPECT_EQ(names.odd, std::string(c.base) + c.suffix + "o") << c.name;
-        EXPECT_EQ(names.is_field, c.is_field) << c.name;
-        pix_field_names(c.name, 'w', &names);
-        EXPECT_STREQ(names.base, c.name);
-        EXPECT_FALSE(names.is_field);
+        for (const std::string &name : c.names) {
+            const std::string base = name.substr(0, name.size() - c.cut);
+            PixNames names;
+            pix_field_names(name.c_str(), 'r', &names);
+            EXPECT_EQ(names.base, base) << name;
+            EXPECT_EQ(names.even, base + c.suffix + "e") << name;
+            EXPECT_EQ(names.odd, base + c.suffix + "o") << name;
+            EXPECT_EQ(names.is_field, c.cut > 0) << name;
+            pix_field_names(name.c_str(), 'w', &names);
+            EXPECT_EQ(names.base, name);
+            EXPECT_FALSE(names.is_field) << name;
+        }
     }
 }
 
-TEST(Names, CompanionRule)
+TEST(Names, OfCompanionsLieBesideTheImagesDirectory)
 {
-    // clang-format off
-    struct Case { const char *path, *matte, *depth; };
-    const Case cases[] = {
-        {"shot.pix", "../mask/shot.pix", "../depth/shot.pix"},
-        {"renders/shot.pix", "mask/shot.pix", "depth/shot.pix"},
-        {"/shot.pix", "/mask/shot.pix", "/depth/shot.pix"},
-        {"/a/shot.pix", "/mask/shot.pix", "/depth/shot.pix"},
-        {"/jobs/a/renders/shot.pix", "/jobs/a/mask/shot.pix", "/jobs/a/depth/shot.pix"},
-        {"a/b/shot.pix", "a/mask/shot.pix", "a/depth/shot.pix"},
-        {"a//shot.pix", "a/mask/shot.pix", "a/depth/shot.pix"},
-        {"renders/shot.0001e", "mask/shot.0001e", "depth/shot.0001e"},
-        {"", "../mask/", "../depth/"},
-        {"/dev/stdin", nullptr, nullptr},
-        {"/dev/stdout", nullptr, nullptr},
-    };
-    // clang-format on
-    for (const Case &c : cases) {
-        EXPECT_STREQ(pix_companion_path(c.path, "r", PIX_COMPANION_MATTE), c.matte) << c.path;
-        EXPECT_STREQ(pix_companion_path(c.path, "r", PIX_COMPANION_DEPTH), c.depth) << c.path;
+    // Directories of an image and, in the same places, those in which its companions' lie.
+    const std::string paths[] = {"", "renders/", "/", "/a/", "a/b/", "/jobs/a/b/", "a//"};
+    const std::string parents[] = {"../", "", "/", "/", "a/", "/jobs/a/", "a/"};
+    for (size_t i = 0; i < std::size(paths); ++i) {
+        for (const char *file : {"shot.pix", "shot.1e", ""}) {
+            const std::string path = paths[i] + file;
+            EXPECT_EQ(pix_companion_path(path.c_str(), "r", PIX_COMPANION_MATTE),
+                      parents[i] + "mask/" + file);
+            EXPECT_EQ(pix_companion_path(path.c_str(), "r", PIX_COMPANION_DEPTH),
+                      parents[i] + "depth/" + file);
+        }
     }
+    EXPECT_EQ(pix_companion_path("/dev/stdin", "r", PIX_COMPANION_MATTE), nullptr);
+    EXPECT_EQ(pix_companion_path("/dev/stdout", "r", PIX_COMPANION_DEPTH), nullptr);
     EXPECT_DEATH((void)pix_companion_path("shot.pix", "r", 2), "");
 }
 
-TEST(Names, CompanionDirectoryIsMadeOnlyForAPathThatFits)
+TEST(Names, OfCompanionsHaveTheirDirectoryMadeIfTheyFit)
 {
     std::string directory = testing::TempDir() + "vorla-names-XXXXXX";
     ASSERT_NE(mkdtemp(directory.data()), nullptr);

@@ -76,7 +76,7 @@ class ReadTest : public ModuleTest {
     {
         void **rows = nullptr;
         const int32_t code = handle->scanline_proc(handle->priv->state, y, &rows);
-        auto row = code == 0 ? samples(rows, *handle->info, 3) : std::vector<int32_t>();
+        auto row = code == 0 ? samples(*handle->priv->state, rows) : std::vector<int32_t>();
         row.push_back(code);
         return {row, messages()};
     }

@@ -1,4 +1,5 @@
 #include "tests/support.h"
+#include "tests/messages.h"
 
 #include <stdlib.h>
 
@@ -44,12 +45,6 @@ Bytes operator+(Bytes front, const Bytes &back)
 {
     front.insert(front.end(), back.begin(), back.end());
     return front;
-}
-
-static size_t open_descriptors()
-{
-    return static_cast<size_t>(
-        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
 }
 
 void ModuleTest::SetUp()
@@ -108,21 +103,6 @@ std::vector<std::string> ModuleTest::files() const
     return names;
 }
 
-std::vector<int32_t> samples(void **rows, const ImageInfo &info, int32_t width)
-{
-    std::vector<int32_t> row;
-    const int32_t channels = info.channel_count + info.matte_count;
-    for (int32_t channel = 0; channel < channels; ++channel) {
-        const auto *bytes = static_cast<const uint8_t *>(rows[channel]);
-        row.insert(row.end(), bytes, bytes + width);
-    }
-    if (info.aux_count > 0) {
-        const auto *depths = static_cast<const int32_t *>(rows[channels]);
-        row.insert(row.end(), depths, depths + width);
-    }
-    return row;
-}
-
 Picture ModuleTest::read(const std::string &name, const Prepare &prepare)
 {
     ImageHandle *handle = standin_new_reader(path("r/" + name).c_str());
@@ -143,7 +123,7 @@ Picture ModuleTest::read(const std::string &name, const Prepare &prepare)
         void **rows = nullptr;
         picture.codes.push_back(handle->scanline_proc(handle->priv->state, y, &rows));
         if (rows) {
-            picture.rows.push_back(samples(rows, picture.info, picture.info.width));
+            picture.rows.push_back(samples(picture.state, rows));
         }
     }
     EXPECT_EQ(handle->close_proc(handle), 0);
@@ -164,6 +144,7 @@ std::vector<int> ModuleTest::messages()
 void ModuleTest::take(const StandinMessage &message, void *context)
 {
     auto *test = static_cast<ModuleTest *>(context);
+    EXPECT_TRUE(message.set == 0 || is_known(message)) << message.severity << " " << message.text;
     test->numbers.push_back(message.set == 902 ? message.number : -message.number);
     test->texts.emplace_back(message.text);
 }

@@ -2,8 +2,7 @@
 // were issued, and short ways to make files and to read images.
 #pragma once
 
-#include "fileset/state.h"
-#include "standin/standin.h"
+#include "tests/invariants.h"
 
 #include <gtest/gtest.h>
 
@@ -71,8 +70,5 @@ class ModuleTest : public testing::Test {
     static void take(const StandinMessage &message, void *context);
 
     std::vector<int> numbers;
-    size_t descriptors = 0;
+    decltype(open_descriptors()) descriptors = 0;
 };
-
-// The first `width` samples of every row buffer of an image.
-std::vector<int32_t> samples(void **rows, const ImageInfo &info, int32_t width);
