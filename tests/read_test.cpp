@@ -1,17 +1,15 @@
 // Opening images for reading, and their scanlines in any order.
 #include "tests/support.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <iterator>
 #include <random>
-#include <tuple>
+#include <sstream>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -76,18 +74,24 @@ class ReadTest : public ModuleTest {
     {
         void **rows = nullptr;
         const int32_t code = handle->scanline_proc(handle->priv->state, y, &rows);
+        EXPECT_EQ(vyn__err, code);
         auto row = code == 0 ? samples(*handle->priv->state, rows) : std::vector<int32_t>();
         row.push_back(code);
         return {row, messages()};
     }
 
     // Opens an image, hands the open handle to `use` and closes it.
-    void with_image(const std::string &name, const std::function<void(ImageHandle *)> &use)
+    void with_image(const std::string &name, const std::function<void(ImageHandle *)> &use,
+                    const char *format_name = "Vorla")
     {
         ImageHandle *handle = standin_new_reader(path("r/" + name).c_str());
+        handle->format_name = format_name;
+        vyn__err = 0;
         ASSERT_EQ(module.read_open(handle), 1);
+        ASSERT_EQ(image_disagrees(handle), "");
         use(handle);
-        handle->close_proc(handle);
+        EXPECT_EQ(handle->close_proc(handle), 0);
+        EXPECT_EQ(vyn__err, 0);
     }
 };
 
@@ -95,31 +99,40 @@ class ReadTest : public ModuleTest {
 
 // --- What an open tells the host ------------------------------------------------------------
 
-TEST_F(ReadTest, Description)
+// The standard formats are gone through for one whose name begins with the host's format, then for
+// one of the module's, then for any: `starts` times, and `looks` in all at an entry or at the end.
+TEST_F(ReadTest, TheFormatIsTheFirstOfItsSize)
 {
-    make_image("a.pix");
-    make("r/ntsc.pix", colour_header(720, 486));
-    with_image("a.pix", [](ImageHandle *handle) {
-        const ImageInfo &info = *handle->info;
-        const ImageWindow window = {0, 2, 0, 4};
-        EXPECT_EQ(memcmp(&info.data_window, &window, sizeof window), 0);
-        EXPECT_EQ(memcmp(&info.display_window, &window, sizeof window), 0);
-        EXPECT_EQ(info.aspect, 0.6F);
-        EXPECT_STREQ(info.format_label, "unknown");
-        EXPECT_EQ(info.gamma, FMT_def_input_gamma());
-        EXPECT_STREQ(info.channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB);
-        EXPECT_EQ(info.channel_count + info.matte_count + info.aux_count, 5);
-        EXPECT_EQ(info.aux_width, 31);
-        EXPECT_EQ(handle->image_count, 1);
-        EXPECT_EQ(handle->white_point[1], CLR_def_white_point()[1]);
-        EXPECT_STREQ(handle->description[6], "unknown");
-        EXPECT_STREQ(handle->compression, "run length encoded");
-        EXPECT_EQ(handle->scanline_proc(nullptr, 0, nullptr), -2);
-    });
-    with_image("ntsc.pix", [](ImageHandle *handle) {
-        EXPECT_STREQ(handle->info->format_label, "NTSC 525-line video");
-        EXPECT_EQ(handle->info->aspect, 4.0F / 3);
-    });
+    struct Case {
+        const char *format_name;
+        int width, height;
+        const char *label;
+        float aspect;
+        long starts, looks;
+    };
+    const Case cases[] = {
+        {"Vorla", 720, 486, "NTSC 525-line video", 4.0F / 3, 3, 17 + 17 + 1},
+        {"NTSC DV", 720, 480, "NTSC DV video", 4.0F / 3, 1, 2},
+        {"NTSC", 720, 576, "PAL 625-line video", 4.0F / 3, 3, 17 + 17 + 3},
+        {"Vorla", 3, 5, "unknown", 0.6F, 3, 17 + 17 + 17},
+        {"Vorla", 720, 5, "unknown", 144, 3, 17 + 17 + 17},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.label);
+        make("r/a", colour_header(c.width, c.height));
+        standin_reset_faults();
+        with_image(
+            "a",
+            [&](ImageHandle *handle) {
+                EXPECT_STREQ(handle->info->format_label, c.label);
+                EXPECT_EQ(handle->info->aspect, c.aspect);
+                EXPECT_EQ(standin_calls(STANDIN_FMT_INIT), c.starts);
+                EXPECT_EQ(standin_calls(STANDIN_FMT_INFO), c.looks);
+                EXPECT_EQ(handle->scanline_proc(nullptr, 0, nullptr), -2);
+                EXPECT_EQ(vyn__err, -2);
+            },
+            c.format_name);
+    }
 }
 
 TEST_F(ReadTest, RowsInFileOrder)
@@ -178,6 +191,22 @@ TEST_F(ReadTest, AnyOrderGivesTheSameRows)
     }
 }
 
+// A row that cannot be decoded is read on from where that showed, and comes back as it was.
+TEST_F(ReadTest, ReadingGoesOnBehindADamagedRow)
+{
+    make_damaged_images();
+    with_image("long.pix", [&](ImageHandle *handle) {
+        const Answer good = {{3, 3, 3, 2, 2, 2, 1, 1, 1, 0xAA, 0xAA, 0xAA, 1, 2, 3, 0}, {}};
+        const Answer next = {{18, 21, 21, 17, 20, 20, 16, 19, 19, 0xAB, 0xAC, 0xAC, 4, 5, 6, 0},
+                             {}};
+        for (int time = 0; time < 2; ++time) {
+            EXPECT_EQ(ask(handle, 4), good);
+            EXPECT_EQ(ask(handle, 3), Answer({-18}, {59, 55}));
+            EXPECT_EQ(ask(handle, 3), next);
+        }
+    });
+}
+
 // Rows of a large file lie across the edges of the stream's buffers, at every place within a
 // packet.
 TEST_F(ReadTest, RowsAcrossTheEdgesOfBuffers)
@@ -216,24 +245,27 @@ TEST_F(ReadTest, StandardInputThatOthersMove)
 {
     make_image("a.pix");
     FILE *const kept = stdin;
-    stdin = fopen(path("r/a.pix").c_str(), "r");
-    ImageHandle *handle = standin_new_reader("/dev/stdin");
-    ASSERT_EQ(module.read_open(handle), 1);
-    std::vector<Answer> rows;
-    for (int32_t y = 0; y < 5; ++y) {
-        rows.push_back(ask(handle, y));
-        EXPECT_EQ(rows.back().first.back(), 0);
+    for (const char *file : {"r/a.pix", "mask/a.pix"}) {
+        SCOPED_TRACE(file);
+        stdin = fopen(path(file).c_str(), "r");
+        ImageHandle *handle = standin_new_reader("/dev/stdin");
+        ASSERT_EQ(module.read_open(handle), 1);
+        std::vector<Answer> rows;
+        for (int32_t y = 0; y < 5; ++y) {
+            rows.push_back(ask(handle, y));
+            EXPECT_EQ(rows.back().first.back(), 0);
+        }
+        for (const int32_t y : {3, 2, 1, 0}) {
+            EXPECT_TRUE(module.is_file("/dev/stdin", stdin)); // reads its header
+            EXPECT_EQ(ask(handle, 4), rows[4]);
+            (void)fseek(stdin, 20, SEEK_SET);
+            (void)ask(handle, y);
+            EXPECT_EQ(ask(handle, 4), rows[4]);
+            EXPECT_EQ(ask(handle, y), rows[static_cast<size_t>(y)]);
+        }
+        EXPECT_EQ(handle->close_proc(handle), 0);
+        (void)fclose(stdin);
     }
-    for (const int32_t y : {3, 2, 1, 0}) {
-        EXPECT_TRUE(module.is_file("/dev/stdin", stdin)); // reads its header
-        EXPECT_EQ(ask(handle, 4).first, rows[4].first);
-        (void)fseek(stdin, 20, SEEK_SET);
-        (void)ask(handle, y);
-        EXPECT_EQ(ask(handle, 4).first, rows[4].first);
-        EXPECT_EQ(ask(handle, y).first, rows[static_cast<size_t>(y)].first);
-    }
-    EXPECT_EQ(handle->close_proc(handle), 0);
-    (void)fclose(stdin);
     stdin = kept;
 }
 
@@ -257,58 +289,64 @@ TEST_F(ReadTest, AMatteThatCannotSeekLosesTheImage)
     close(pipe);
 }
 
-// --- Names and places -----------------------------------------------------------------------
+// --- The search -----------------------------------------------------------------------------
 
-TEST_F(ReadTest, SearchList)
+// Images of 1 by 1 pixel, the directory "r" as the current one, and a list of "r/none", "r/one" and
+// "r/two". An attempt asks vyn__build_handle for its own name, and, when that is there, for the two
+// others of the single file and of the fields. No directory holds the base name b.pix itself.
+TEST_F(ReadTest, TheSearchTriesOnePlaceAfterTheOther)
 {
-    make("r/one/a.pix", colour_header(1, 1));
-    make("r/two/b.pix.e", colour_header(1, 1));
-    make("r/two/b.pix.o", colour_header(1, 1));
-    make("r/mask/a.pix", colour_header(1, 1, 8));
-    setenv("KV_IMG_DIR", (path("r/none") + ":" + path("r/one") + ":" + path("r/two")).c_str(), 1);
-    // The name, the result, the name found under "r/", and the calls of vyn__build_handle: an
-    // attempt's own, then two more. No directory holds the base name b.pix itself.
-    const std::tuple<std::string, int32_t, const char *, long> cases[] = {
-        {"a.pix", 1, "one/a.pix", 4},
-        {"b.pix", 1, "none/b.pix", 6},
-        {"b.pix.o", 1, "none/b.pix", 4},
-        {"c.pix", 0, nullptr, 4},
+    struct Case {
+        std::string files, name;
+        const char *found = nullptr; // null: the open fails
+        long calls;                  // of vyn__build_handle
+        long fails = 0;              // that one of them
     };
-    for (const auto &[name, result, found, calls] : cases) {
-        ImageHandle *handle = standin_new_reader(name.c_str());
+    const std::string pairs = "a.e a.o two/a.e two/a.o";
+    const Case cases[] = {
+        {.files = "a one/a a.e a.o", .name = "a", .found = "a", .calls = 3},
+        {.files = "one/a two/a a.e a.o", .name = "a", .found = "one/a", .calls = 4},
+        {.files = pairs, .name = "a", .found = "a", .calls = 5},
+        {.files = "two/a.e two/a.o", .name = "a", .found = "none/a", .calls = 6},
+        {.files = "a two/a.e two/a.o", .name = "a.o", .found = "none/a", .calls = 4},
+        {.files = "one/a a.o", .name = "a.o", .found = "one/a", .calls = 6},
+        {.files = "two/a.e a one/a", .name = "a.e", .calls = 4},
+        {.files = "", .name = "a", .calls = 4},
+        {.files = "a one/a", .name = "a", .found = "one/a", .calls = 4, .fails = 1},
+        {.files = "a one/a", .name = "a", .found = "one/a", .calls = 5, .fails = 2},
+        {.files = "a one/a", .name = "a", .found = "one/a", .calls = 6, .fails = 3},
+        {.files = pairs, .name = "a.e", .found = "none/a", .calls = 4, .fails = 1},
+        {.files = pairs, .name = "a.e", .found = "none/a", .calls = 5, .fails = 2},
+        {.files = pairs, .name = "a.e", .calls = 3, .fails = 3},
+    };
+    setenv("KV_IMG_DIR", (path("r/none") + ":" + path("r/one") + ":" + path("r/two")).c_str(), 1);
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.files + ", without path " + std::to_string(c.fails));
+        clear();
+        fs::current_path(path("r"));
+        std::istringstream files(c.files);
+        for (std::string file; files >> file;) {
+            make("r/" + file, colour_header(1, 1));
+        }
+        make("r/mask/a", colour_header(1, 1, 8)); // of "one/a"
+        ImageHandle *handle = standin_new_reader(c.name.c_str());
         handle->name_is_exact = 0;
         standin_reset_faults();
-        EXPECT_EQ(module.read_open(handle), result) << name;
-        EXPECT_EQ(standin_calls(STANDIN_BUILD_HANDLE), calls) << name;
-        const PixState &state = *handle->priv->state;
-        EXPECT_TRUE(!found || state.plane[PIX_COLOUR].name == path("r/") + found);
-        EXPECT_EQ(state.plane[PIX_MATTE].present, name == "a.pix");
-        handle->close_proc(handle);
-    }
-    unsetenv("KV_IMG_DIR");
-    EXPECT_EQ(messages(), std::vector<int>{52});
-    EXPECT_EQ(texts.back(), "Cannot open file c.pix; No such file or directory");
-}
-
-TEST_F(ReadTest, NamesThatCannotBeOpened)
-{
-    setenv("KV_IMG_DIR", std::string(1000, 'd').c_str(), 1);
-    for (const size_t length : {0U, 100U, 1022U}) { // the last leaves no room for a field's letter
-        for (const bool exact : {true, false}) {
-            const std::string name(length, 'x');
-            ImageHandle *handle = standin_new_reader(name.c_str());
-            handle->name_is_exact = exact ? 1 : 0;
-            errno = 0;
-            EXPECT_EQ(module.read_open(handle), 0);
-            EXPECT_EQ(messages(), std::vector<int>{52});
-            const int reason = length == 0 ? 0 : length == 100 && exact ? ENOENT : ENAMETOOLONG;
-            EXPECT_EQ(texts.back(), "Cannot open file " + name + "; " + strerror(reason));
-            const CloseProc close_proc = handle->close_proc;
-            EXPECT_EQ(close_proc(handle), 0);
-            vyn__err = -1;
-            EXPECT_EQ(close_proc(nullptr), 0);
-            EXPECT_EQ(vyn__err, -1);
+        standin_fail(STANDIN_BUILD_HANDLE, c.fails, false);
+        vyn__err = 0;
+        EXPECT_EQ(module.read_open(handle), c.found ? 1 : 0);
+        EXPECT_EQ(standin_calls(STANDIN_BUILD_HANDLE), c.calls);
+        EXPECT_EQ(messages(), c.found ? std::vector<int>() : std::vector<int>{52});
+        EXPECT_EQ(c.found ? image_disagrees(handle) : failed_open_holds(handle), "");
+        if (c.found) {
+            const std::string found = c.found;
+            const PixState &state = *handle->priv->state;
+            EXPECT_EQ(state.plane[PIX_COLOUR].name, (found == "a" ? "" : path("r/")) + found);
+            EXPECT_EQ(state.plane[PIX_MATTE].present, found == "one/a");
         }
+        EXPECT_EQ(handle->close_proc(handle), 0);
+        messages();
+        fs::current_path("/");
     }
     unsetenv("KV_IMG_DIR");
 }
