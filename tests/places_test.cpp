@@ -93,7 +93,7 @@ class PlacesTest : public ModuleTest {
 } // namespace
 
 // A name as it is, one that could be searched for, and one that is found under the search list. A
-// field's name that does not fit is none, also where a file has just its first bytes.
+// field's name that does not fit is none, also where a file of it or of its first bytes is there.
 TEST_F(PlacesTest, PathsOfEveryLength)
 {
     for (size_t length = 1000; length <= 5000; length += length < 1100 ? 1 : 3900) {
@@ -114,9 +114,16 @@ TEST_F(PlacesTest, PathsOfEveryLength)
             }
             texts.clear();
             if (fits) {
+                fs::copy(whole, whole + ".e");
+                if (way == 2) { // a pair without its odd file; or one that is none, and the single
+                    EXPECT_EQ(open_again(file + ".o", false), length >= 1022);
+                }
+                fs::copy(whole, whole + ".o");
                 fs::rename(whole, whole + ".");
-                EXPECT_EQ(open_again(name, way == 0), 0);
-                fs::remove(whole + ".");
+                EXPECT_EQ(open_again(name, way == 0), length < 1022);
+                for (const char *end : {".", ".e", ".o"}) {
+                    fs::remove(whole + end);
+                }
                 texts.clear();
             }
         }

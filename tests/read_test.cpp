@@ -116,6 +116,7 @@ TEST_F(ReadTest, TheFormatIsTheFirstOfItsSize)
         {"NTSC", 720, 576, "PAL 625-line video", 4.0F / 3, 3, 17 + 17 + 3},
         {"Vorla", 3, 5, "unknown", 0.6F, 3, 17 + 17 + 17},
         {"Vorla", 720, 5, "unknown", 144, 3, 17 + 17 + 17},
+        {"Vorla", 972, 486, "unknown", 2, 3, 17 + 17 + 17},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.label);
@@ -334,7 +335,7 @@ TEST_F(ReadTest, TheSearchTriesOnePlaceAfterTheOther)
         standin_reset_faults();
         standin_fail(STANDIN_BUILD_HANDLE, c.fails, false);
         vyn__err = 0;
-        EXPECT_EQ(module.read_open(handle), c.found ? 1 : 0);
+        ASSERT_EQ(module.read_open(handle), c.found ? 1 : 0);
         EXPECT_EQ(standin_calls(STANDIN_BUILD_HANDLE), c.calls);
         EXPECT_EQ(messages(), c.found ? std::vector<int>() : std::vector<int>{52});
         EXPECT_EQ(c.found ? image_disagrees(handle) : failed_open_holds(handle), "");
