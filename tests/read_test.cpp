@@ -1,17 +1,15 @@
 // Opening images for reading, and their scanlines in any order.
 #include "tests/support.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <iterator>
 #include <random>
-#include <tuple>
+#include <sstream>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -76,6 +74,7 @@ class ReadTest : public ModuleTest {
     {
         void **rows = nullptr;
         const int32_t code = handle->scanline_proc(handle->priv->state, y, &rows);
+        EXPECT_EQ(vyn__err, code);
         auto row = code == 0 ? samples(*handle->priv->state, rows) : std::vector<int32_t>();
         row.push_back(code);
         return {row, messages()};
@@ -85,9 +84,14 @@ class ReadTest : public ModuleTest {
     void with_image(const std::string &name, const std::function<void(ImageHandle *)> &use)
     {
         ImageHandle *handle = standin_new_reader(path("r/" + name).c_str());
+        vyn__err = 0;
         ASSERT_EQ(module.read_open(handle), 1);
+        ASSERT_EQ(image_disagrees(handle), "");
+        EXPECT_EQ(handle->scanline_proc(nullptr, 0, nullptr), -2);
+        EXPECT_EQ(vyn__err, -2);
         use(handle);
-        handle->close_proc(handle);
+        EXPECT_EQ(handle->close_proc(handle), 0);
+        EXPECT_EQ(vyn__err, 0);
     }
 };
 
@@ -95,31 +99,36 @@ class ReadTest : public ModuleTest {
 
 // --- What an open tells the host ------------------------------------------------------------
 
-TEST_F(ReadTest, Description)
+// The standard formats are gone through for one whose name begins with the host's format, then for
+// one of the module's, then for any: with so many looks at an entry or at the end, which is the
+// 17th.
+TEST_F(ReadTest, TheFormatIsTheFirstOfItsSize)
 {
-    make_image("a.pix");
-    make("r/ntsc.pix", colour_header(720, 486));
-    with_image("a.pix", [](ImageHandle *handle) {
-        const ImageInfo &info = *handle->info;
-        const ImageWindow window = {0, 2, 0, 4};
-        EXPECT_EQ(memcmp(&info.data_window, &window, sizeof window), 0);
-        EXPECT_EQ(memcmp(&info.display_window, &window, sizeof window), 0);
-        EXPECT_EQ(info.aspect, 0.6F);
-        EXPECT_STREQ(info.format_label, "unknown");
-        EXPECT_EQ(info.gamma, FMT_def_input_gamma());
-        EXPECT_STREQ(info.channel_format, VYN_LITERAL_HARD_FORMAT_TYPE_RGB);
-        EXPECT_EQ(info.channel_count + info.matte_count + info.aux_count, 5);
-        EXPECT_EQ(info.aux_width, 31);
-        EXPECT_EQ(handle->image_count, 1);
-        EXPECT_EQ(handle->white_point[1], CLR_def_white_point()[1]);
-        EXPECT_STREQ(handle->description[6], "unknown");
-        EXPECT_STREQ(handle->compression, "run length encoded");
-        EXPECT_EQ(handle->scanline_proc(nullptr, 0, nullptr), -2);
-    });
-    with_image("ntsc.pix", [](ImageHandle *handle) {
-        EXPECT_STREQ(handle->info->format_label, "NTSC 525-line video");
-        EXPECT_EQ(handle->info->aspect, 4.0F / 3);
-    });
+    struct Case {
+        const char *host;
+        int width, height;
+        const char *label = "unknown";
+        long looks = 3 * 17L;
+    };
+    const Case cases[] = {
+        {.host = "Vorla", .width = 720, .height = 486, .label = "NTSC 525-line video", .looks = 35},
+        {.host = "NTSC DV", .width = 720, .height = 480, .label = "NTSC DV video", .looks = 2},
+        {.host = "NTSC", .width = 720, .height = 576, .label = "PAL 625-line video", .looks = 37},
+        {.host = "Vorla", .width = 3, .height = 5},
+        {.host = "Vorla", .width = 720, .height = 5},
+        {.host = "Vorla", .width = 972, .height = 486},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.label);
+        make("r/a", colour_header(c.width, c.height));
+        standin_reset_faults();
+        const Picture picture =
+            read("a", [&](ImageHandle *handle) { handle->format_name = c.host; });
+        const float shape = static_cast<float>(c.width) / static_cast<float>(c.height);
+        EXPECT_EQ(picture.label, c.label);
+        EXPECT_EQ(picture.info.aspect, c.looks < 3 * 17 ? 4.0F / 3 : shape);
+        EXPECT_EQ(standin_calls(STANDIN_FMT_INFO), c.looks);
+    }
 }
 
 TEST_F(ReadTest, RowsInFileOrder)
@@ -178,6 +187,22 @@ TEST_F(ReadTest, AnyOrderGivesTheSameRows)
     }
 }
 
+// A row that cannot be decoded is read on from where that showed, and comes back as it was.
+TEST_F(ReadTest, ReadingGoesOnBehindADamagedRow)
+{
+    make_damaged_images();
+    with_image("long.pix", [&](ImageHandle *handle) {
+        const Answer good = {{3, 3, 3, 2, 2, 2, 1, 1, 1, 0xAA, 0xAA, 0xAA, 1, 2, 3, 0}, {}};
+        const Answer next = {{18, 21, 21, 17, 20, 20, 16, 19, 19, 0xAB, 0xAC, 0xAC, 4, 5, 6, 0},
+                             {}};
+        for (int time = 0; time < 2; ++time) {
+            EXPECT_EQ(ask(handle, 4), good);
+            EXPECT_EQ(ask(handle, 3), Answer({-18}, {59, 55}));
+            EXPECT_EQ(ask(handle, 3), next);
+        }
+    });
+}
+
 // Rows of a large file lie across the edges of the stream's buffers, at every place within a
 // packet.
 TEST_F(ReadTest, RowsAcrossTheEdgesOfBuffers)
@@ -216,24 +241,27 @@ TEST_F(ReadTest, StandardInputThatOthersMove)
 {
     make_image("a.pix");
     FILE *const kept = stdin;
-    stdin = fopen(path("r/a.pix").c_str(), "r");
-    ImageHandle *handle = standin_new_reader("/dev/stdin");
-    ASSERT_EQ(module.read_open(handle), 1);
-    std::vector<Answer> rows;
-    for (int32_t y = 0; y < 5; ++y) {
-        rows.push_back(ask(handle, y));
-        EXPECT_EQ(rows.back().first.back(), 0);
+    for (const char *file : {"r/a.pix", "mask/a.pix"}) {
+        SCOPED_TRACE(file);
+        stdin = fopen(path(file).c_str(), "r");
+        ImageHandle *handle = standin_new_reader("/dev/stdin");
+        ASSERT_EQ(module.read_open(handle), 1);
+        std::vector<Answer> rows;
+        for (int32_t y = 0; y < 5; ++y) {
+            rows.push_back(ask(handle, y));
+            EXPECT_EQ(rows.back().first.back(), 0);
+        }
+        for (const int32_t y : {3, 2, 1, 0}) {
+            EXPECT_TRUE(module.is_file("/dev/stdin", stdin)); // reads its header
+            EXPECT_EQ(ask(handle, 4), rows[4]);
+            (void)fseek(stdin, 20, SEEK_SET);
+            (void)ask(handle, y);
+            EXPECT_EQ(ask(handle, 4), rows[4]);
+            EXPECT_EQ(ask(handle, y), rows[static_cast<size_t>(y)]);
+        }
+        EXPECT_EQ(handle->close_proc(handle), 0);
+        (void)fclose(stdin);
     }
-    for (const int32_t y : {3, 2, 1, 0}) {
-        EXPECT_TRUE(module.is_file("/dev/stdin", stdin)); // reads its header
-        EXPECT_EQ(ask(handle, 4).first, rows[4].first);
-        (void)fseek(stdin, 20, SEEK_SET);
-        (void)ask(handle, y);
-        EXPECT_EQ(ask(handle, 4).first, rows[4].first);
-        EXPECT_EQ(ask(handle, y).first, rows[static_cast<size_t>(y)].first);
-    }
-    EXPECT_EQ(handle->close_proc(handle), 0);
-    (void)fclose(stdin);
     stdin = kept;
 }
 
@@ -257,58 +285,64 @@ TEST_F(ReadTest, AMatteThatCannotSeekLosesTheImage)
     close(pipe);
 }
 
-// --- Names and places -----------------------------------------------------------------------
+// --- The search -----------------------------------------------------------------------------
 
-TEST_F(ReadTest, SearchList)
+// Images of 1 by 1 pixel, the directory "r" as the current one, and a list of "r/none", "r/one" and
+// "r/two". An attempt asks vyn__build_handle for its own name, and, when that is there, for the two
+// others of the single file and of the fields. No directory holds the base name b.pix itself.
+TEST_F(ReadTest, TheSearchTriesOnePlaceAfterTheOther)
 {
-    make("r/one/a.pix", colour_header(1, 1));
-    make("r/two/b.pix.e", colour_header(1, 1));
-    make("r/two/b.pix.o", colour_header(1, 1));
-    make("r/mask/a.pix", colour_header(1, 1, 8));
-    setenv("KV_IMG_DIR", (path("r/none") + ":" + path("r/one") + ":" + path("r/two")).c_str(), 1);
-    // The name, the result, the name found under "r/", and the calls of vyn__build_handle: an
-    // attempt's own, then two more. No directory holds the base name b.pix itself.
-    const std::tuple<std::string, int32_t, const char *, long> cases[] = {
-        {"a.pix", 1, "one/a.pix", 4},
-        {"b.pix", 1, "none/b.pix", 6},
-        {"b.pix.o", 1, "none/b.pix", 4},
-        {"c.pix", 0, nullptr, 4},
+    struct Case {
+        std::string files, name;
+        const char *found = nullptr; // null: the open fails
+        long calls;                  // of vyn__build_handle
+        long fails = 0;              // that one of them
     };
-    for (const auto &[name, result, found, calls] : cases) {
-        ImageHandle *handle = standin_new_reader(name.c_str());
+    const std::string pairs = "a.e a.o two/a.e two/a.o";
+    const Case cases[] = {
+        {.files = "a one/a a.e a.o", .name = "a", .found = "a", .calls = 3},
+        {.files = "one/a two/a a.e a.o", .name = "a", .found = "one/a", .calls = 4},
+        {.files = pairs, .name = "a", .found = "a", .calls = 5},
+        {.files = "two/a.e two/a.o", .name = "a", .found = "none/a", .calls = 6},
+        {.files = "a two/a.e two/a.o", .name = "a.o", .found = "none/a", .calls = 4},
+        {.files = "one/a a.o", .name = "a.o", .found = "one/a", .calls = 6},
+        {.files = "two/a.e a one/a", .name = "a.e", .calls = 4},
+        {.files = "", .name = "a", .calls = 4},
+        {.files = "a one/a", .name = "a", .found = "one/a", .calls = 4, .fails = 1},
+        {.files = "a one/a", .name = "a", .found = "one/a", .calls = 5, .fails = 2},
+        {.files = "a one/a", .name = "a", .found = "one/a", .calls = 6, .fails = 3},
+        {.files = pairs, .name = "a.e", .found = "none/a", .calls = 4, .fails = 1},
+        {.files = pairs, .name = "a.e", .found = "none/a", .calls = 5, .fails = 2},
+        {.files = pairs, .name = "a.e", .calls = 3, .fails = 3},
+    };
+    setenv("KV_IMG_DIR", (path("r/none") + ":" + path("r/one") + ":" + path("r/two")).c_str(), 1);
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.files + ", without path " + std::to_string(c.fails));
+        clear();
+        fs::current_path(path("r"));
+        std::istringstream files(c.files);
+        for (std::string file; files >> file;) {
+            make("r/" + file, colour_header(1, 1));
+        }
+        make("r/mask/a", colour_header(1, 1, 8)); // of "one/a"
+        ImageHandle *handle = standin_new_reader(c.name.c_str());
         handle->name_is_exact = 0;
         standin_reset_faults();
-        EXPECT_EQ(module.read_open(handle), result) << name;
-        EXPECT_EQ(standin_calls(STANDIN_BUILD_HANDLE), calls) << name;
-        const PixState &state = *handle->priv->state;
-        EXPECT_TRUE(!found || state.plane[PIX_COLOUR].name == path("r/") + found);
-        EXPECT_EQ(state.plane[PIX_MATTE].present, name == "a.pix");
-        handle->close_proc(handle);
-    }
-    unsetenv("KV_IMG_DIR");
-    EXPECT_EQ(messages(), std::vector<int>{52});
-    EXPECT_EQ(texts.back(), "Cannot open file c.pix; No such file or directory");
-}
-
-TEST_F(ReadTest, NamesThatCannotBeOpened)
-{
-    setenv("KV_IMG_DIR", std::string(1000, 'd').c_str(), 1);
-    for (const size_t length : {0U, 100U, 1022U}) { // the last leaves no room for a field's letter
-        for (const bool exact : {true, false}) {
-            const std::string name(length, 'x');
-            ImageHandle *handle = standin_new_reader(name.c_str());
-            handle->name_is_exact = exact ? 1 : 0;
-            errno = 0;
-            EXPECT_EQ(module.read_open(handle), 0);
-            EXPECT_EQ(messages(), std::vector<int>{52});
-            const int reason = length == 0 ? 0 : length == 100 && exact ? ENOENT : ENAMETOOLONG;
-            EXPECT_EQ(texts.back(), "Cannot open file " + name + "; " + strerror(reason));
-            const CloseProc close_proc = handle->close_proc;
-            EXPECT_EQ(close_proc(handle), 0);
-            vyn__err = -1;
-            EXPECT_EQ(close_proc(nullptr), 0);
-            EXPECT_EQ(vyn__err, -1);
+        standin_fail(STANDIN_BUILD_HANDLE, c.fails, false);
+        vyn__err = 0;
+        ASSERT_EQ(module.read_open(handle), c.found ? 1 : 0);
+        EXPECT_EQ(standin_calls(STANDIN_BUILD_HANDLE), c.calls);
+        EXPECT_EQ(messages(), c.found ? std::vector<int>() : std::vector<int>{52});
+        EXPECT_EQ(c.found ? image_disagrees(handle) : failed_open_holds(handle), "");
+        if (c.found) {
+            const std::string found = c.found;
+            const PixState &state = *handle->priv->state;
+            EXPECT_EQ(state.plane[PIX_COLOUR].name, (found == "a" ? "" : path("r/")) + found);
+            EXPECT_EQ(state.plane[PIX_MATTE].present, found == "one/a");
         }
+        EXPECT_EQ(handle->close_proc(handle), 0);
+        messages();
+        fs::current_path("/");
     }
     unsetenv("KV_IMG_DIR");
 }

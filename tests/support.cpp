@@ -118,10 +118,12 @@ Picture ModuleTest::read(const std::string &name, const Prepare &prepare)
         return picture;
     }
     picture.info = *handle->info;
+    picture.label = handle->info->format_label;
     picture.state = *handle->priv->state;
     for (int32_t y = handle->info->height - 1; y >= 0; --y) {
         void **rows = nullptr;
         picture.codes.push_back(handle->scanline_proc(handle->priv->state, y, &rows));
+        EXPECT_EQ(vyn__err, picture.codes.back());
         if (rows) {
             picture.rows.push_back(samples(picture.state, rows));
         }

@@ -31,6 +31,7 @@ struct Picture {
     int32_t result = 0; // of the open
     int code = 0;       // vyn__err after it
     ImageInfo info = {};
+    std::string label;                      // of its standard format
     PixState state = {};                    // as the open left it
     std::vector<std::vector<int32_t>> rows; // a file row's samples, channel after channel
     std::vector<int32_t> codes;             // of the scanline calls
