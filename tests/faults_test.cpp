@@ -112,21 +112,18 @@ const char *folder_of(const std::string &name)
     return matte ? "mask" : name.find("depth") != name.npos ? "depth" : "r";
 }
 
-struct Stream {
-    int file;
-    const char *folder;
-};
+const char *folders[1024]; // of the files that are open, by descriptor
 
-Stream *use(void *cookie)
+int use(void *cookie)
 {
-    auto *stream = static_cast<Stream *>(cookie);
-    where = stream->folder;
-    return stream;
+    const auto file = static_cast<int>(reinterpret_cast<intptr_t>(cookie));
+    where = folders[file];
+    return file;
 }
 
 ssize_t read_cookie(void *cookie, char *bytes, size_t size)
 {
-    const int file = use(cookie)->file;
+    const int file = use(cookie);
     if (fails(reads)) {
         return -1;
     }
@@ -135,7 +132,7 @@ ssize_t read_cookie(void *cookie, char *bytes, size_t size)
 
 ssize_t write_cookie(void *cookie, const char *bytes, size_t size)
 {
-    const int file = use(cookie)->file;
+    const int file = use(cookie);
     if (fails(writes)) {
         return 0;
     }
@@ -144,16 +141,14 @@ ssize_t write_cookie(void *cookie, const char *bytes, size_t size)
 
 int seek_cookie(void *cookie, off64_t *offset, int whence)
 {
-    const int file = use(cookie)->file;
+    const int file = use(cookie);
     *offset = fails(seeks) || seekless ? -1 : lseek(file, *offset, whence);
     return *offset < 0 ? -1 : 0;
 }
 
 int close_cookie(void *cookie)
 {
-    Stream *stream = use(cookie);
-    close(stream->file);
-    delete stream;
+    close(use(cookie));
     --streams;
     const bool bad = fails(closes);
     bad_closes += bad;
@@ -168,7 +163,8 @@ FILE *open_stream(const char *name, bool write)
         reason = errno;
         return nullptr;
     }
-    FILE *stream = fopencookie(new Stream{file, folder_of(name)}, write ? "w" : "r",
+    folders[file] = folder_of(name);
+    FILE *stream = fopencookie(reinterpret_cast<void *>(intptr_t{file}), write ? "w" : "r",
                                {read_cookie, write_cookie, seek_cookie, close_cookie});
     if (point.unbuffered) {
         setvbuf(stream, nullptr, _IONBF, 0);
@@ -333,27 +329,23 @@ const Scenario SCENARIOS[] = {
     {.what = "read matte from input", .mattes = 1, .name = "/dev/stdin"},
 };
 
-// A row's samples, and the buffers that hold them, of the kinds that an image has.
+// The row buffers of an image, filled.
 struct Row {
     Row(const ImageInfo &info, int32_t row)
     {
-        const int32_t has[] = {info.channel_count, info.channel_count, info.channel_count,
-                               info.matte_count, info.aux_count};
-        for (int32_t channel = 0; channel < 5; ++channel) {
-            for (int32_t x = 0; x < WIDTH && has[channel]; ++x) {
-                all.push_back(row * 7 + x / 2 + (channel < 4 ? channel * 50 : 100000));
-                bytes[channel][x] = static_cast<uint8_t>(all.back());
-                depths[x] = all.back();
+        for (int32_t x = 0; x < WIDTH; ++x) {
+            for (int32_t channel = 0; channel < 4; ++channel) {
+                bytes[channel][x] = static_cast<uint8_t>(row * 7 + x / 2 + channel * 50);
             }
-            if (has[channel]) {
-                buffers.push_back(channel < 4 ? static_cast<void *>(bytes[channel]) : depths);
-            }
+            depths[x] = 100000 + row * 7 + x / 2;
         }
+        buffers.assign(bytes, bytes + info.channel_count);
+        buffers.insert(buffers.end(), bytes + 3, bytes + 3 + info.matte_count);
+        buffers.insert(buffers.end(), &depths, &depths + info.aux_count);
     }
 
-    std::vector<int32_t> all;
     std::vector<void *> buffers;
-    uint8_t bytes[5][WIDTH];
+    uint8_t bytes[4][WIDTH];
     int32_t depths[WIDTH];
 };
 
@@ -576,9 +568,9 @@ class FaultTest : public ModuleTest {
         const auto next = static_cast<int32_t>(state->row);
         const int32_t row = HEIGHT - 1 - y;
         Row data(*handle->info, row);
-        const Row given = data;
         const long allocated = allocations;
         void **rows = data.buffers.data();
+        const std::vector<int32_t> given = samples(rows, *handle->info, WIDTH);
         const int32_t code = call([&] {
             return handle->scanline_proc(state, y, write ? static_cast<void *>(rows) : &rows);
         });
@@ -588,9 +580,6 @@ class FaultTest : public ModuleTest {
             EXPECT_EQ(seen, std::vector<int>{});
             EXPECT_EQ(result, 1) << "no buffers, but a row";
             EXPECT_EQ(allocations, allocated);
-            if (!astray && !write) {
-                EXPECT_EQ(samples(rows, *handle->info, WIDTH), given.all);
-            }
         } else if (write && row != next) {
             EXPECT_EQ(code, -2);
             EXPECT_EQ(seen, std::vector<int>{53});
@@ -602,7 +591,9 @@ class FaultTest : public ModuleTest {
             // After a seek that failed no row is given before the files are found again.
             astray = point.call != &seeks || point.onwards;
         }
-        EXPECT_EQ(memcmp(data.depths, given.depths, write ? sizeof data.depths : 0), 0);
+        if (write || (code == 0 && !astray)) {
+            EXPECT_EQ(samples(rows, *handle->info, WIDTH), given);
+        }
         if (point.nth == 0) {
             check_locks(state);
         }
@@ -793,5 +784,32 @@ TEST_F(FaultTest, ASeekThatFailsLeavesTheImageLost)
             EXPECT_EQ(ask(handle, 2), 0);
             check_close(handle);
         }
+    }
+}
+
+// A null state has no scanlines, and a handle without one is only destroyed.
+TEST_F(FaultTest, WithoutAStateNothingIsThereToBeDone)
+{
+    for (const bool write : {true, false}) {
+        scenario = {.what = "", .write = write, .colours = 3};
+        prepare();
+        set_point({});
+        ImageHandle *handle = open();
+        vyn__err = 1;
+        EXPECT_EQ(call([&] { return handle->scanline_proc(nullptr, 0, nullptr); }), -2);
+        EXPECT_EQ(vyn__err, -2);
+        const CloseProc close_proc = handle->close_proc;
+        check_close(handle);
+        for (const bool block : {true, false}) {
+            handle = standin_new_reader("x");
+            handle->priv =
+                block ? static_cast<PixPrivate *>(calloc(1, sizeof(PixPrivate))) : nullptr;
+            vyn__err = 1;
+            const long freed = standin_calls(STANDIN_FREE_OBJ);
+            EXPECT_EQ(call([&] { return close_proc(handle); }), 0);
+            EXPECT_EQ(vyn__err, 0);
+            EXPECT_EQ(standin_calls(STANDIN_FREE_OBJ), freed + 1);
+        }
+        EXPECT_EQ(seen, std::vector<int>{});
     }
 }
