@@ -175,11 +175,6 @@ FILE *open_stream(const char *name, bool write)
     return stream;
 }
 
-bool is_own(const void *caller)
-{
-    return active && caller >= loaded.dlfo_map_start && caller < loaded.dlfo_map_end;
-}
-
 } // namespace
 
 extern "C" FILE *fopen(const char *filename, const char *modes)
@@ -213,6 +208,11 @@ extern "C" int unlink(const char *name) noexcept
 }
 
 #if !defined(__has_feature) // the sanitizers have an allocator of their own
+static bool is_own(const void *caller)
+{
+    return active && caller >= loaded.dlfo_map_start && caller < loaded.dlfo_map_end;
+}
+
 extern "C" void *__libc_malloc(size_t size);
 extern "C" void __libc_free(void *block);
 
@@ -377,11 +377,6 @@ class FaultTest : public ModuleTest {
         return host || late ? HOST_JUNK : reason;
     }
 
-    int last_message() const
-    {
-        return seen.empty() ? 0 : seen.back();
-    }
-
     void check_message(const StandinMessage &message)
     {
         const int number = seen.emplace_back(message.set == 902 ? message.number : -1);
@@ -543,7 +538,7 @@ class FaultTest : public ModuleTest {
         void *rows[5] = {};
         asked = 0;
         EXPECT_EQ(handle->scanline_proc(handle->priv->state, 0, rows), -2);
-        EXPECT_EQ(last_message(), 53);
+        EXPECT_EQ(seen.empty() ? 0 : seen.back(), 53);
     }
 
     // Another thread can have every stream.
@@ -585,7 +580,7 @@ class FaultTest : public ModuleTest {
             EXPECT_EQ(seen, std::vector<int>{53});
         } else {
             EXPECT_EQ(code, write ? -20 : -18);
-            EXPECT_EQ(last_message(), write ? 57 : 55);
+            EXPECT_EQ(seen.empty() ? 0 : seen.back(), write ? 57 : 55);
             EXPECT_TRUE(fired());
             EXPECT_TRUE(!write || next == static_cast<int32_t>(state->row));
             // After a seek that failed no row is given before the files are found again.
