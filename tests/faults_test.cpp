@@ -116,9 +116,9 @@ const char *folders[1024]; // of the files that are open, by descriptor
 
 int use(void *cookie)
 {
-    const auto file = static_cast<int>(reinterpret_cast<intptr_t>(cookie));
-    where = folders[file];
-    return file;
+    const auto *folder = static_cast<const char **>(cookie);
+    where = *folder;
+    return static_cast<int>(folder - folders);
 }
 
 ssize_t read_cookie(void *cookie, char *bytes, size_t size)
@@ -164,7 +164,7 @@ FILE *open_stream(const char *name, bool write)
         return nullptr;
     }
     folders[file] = folder_of(name);
-    FILE *stream = fopencookie(reinterpret_cast<void *>(intptr_t{file}), write ? "w" : "r",
+    FILE *stream = fopencookie(&folders[file], write ? "w" : "r",
                                {read_cookie, write_cookie, seek_cookie, close_cookie});
     if (point.unbuffered) {
         setvbuf(stream, nullptr, _IONBF, 0);
@@ -508,7 +508,13 @@ class FaultTest : public ModuleTest {
         }
         if (!opened) {
             check_failed(handle);
+            return;
         }
+        long files_held = 0;
+        for (const PixPlane &plane : handle->priv->state->plane) {
+            files_held += plane.present ? handle->priv->state->fields : 0;
+        }
+        EXPECT_EQ(streams, files_held) << "the streams of what the image has";
     }
 
     // What a failed open left: no stream, no name, no claim; of its files those that would not go.
