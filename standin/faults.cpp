@@ -1,6 +1,8 @@
 // Counting the calls of the services and failing those that a test has chosen.
 #include "standin/faults.h"
 
+#include <errno.h>
+
 namespace {
 
 struct Fault {
@@ -10,6 +12,7 @@ struct Fault {
 };
 
 Fault faults[STANDIN_SERVICES];
+int spoilt_errno = 0;
 
 } // namespace
 
@@ -18,6 +21,7 @@ void standin_reset_faults()
     for (Fault &fault : faults) {
         fault = {};
     }
+    spoilt_errno = 0;
 }
 
 void standin_fail(StandinService service, long nth, bool onwards)
@@ -32,10 +36,24 @@ long standin_calls(StandinService service)
     return faults[service].calls;
 }
 
-bool standin_must_fail(StandinService service)
+void standin_spoil_errno(int value)
 {
-    Fault &fault = faults[service];
-    ++fault.calls;
-    return fault.calls == fault.first ||
-           (fault.onwards && fault.first > 0 && fault.calls > fault.first);
+    spoilt_errno = value;
+}
+
+static bool must_fail(Fault *fault)
+{
+    ++fault->calls;
+    return fault->calls == fault->first ||
+           (fault->onwards && fault->first > 0 && fault->calls > fault->first);
+}
+
+ServiceCall::ServiceCall(StandinService service)
+    : fails(must_fail(&faults[service])), kept_errno(errno)
+{
+}
+
+ServiceCall::~ServiceCall()
+{
+    errno = spoilt_errno ? spoilt_errno : kept_errno;
 }

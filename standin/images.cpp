@@ -3,7 +3,6 @@
 #include "standin/standin.h"
 
 #include <dlfcn.h>
-#include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -136,8 +135,7 @@ void standin_request(ImageHandle *handle, uint16_t code, int32_t value)
 // Everything on a handle came from malloc, here or in the module.
 void vyn__free_obj(ImageHandle *handle)
 {
-    standin_must_fail(STANDIN_FREE_OBJ);
-    const int kept = errno;
+    const ServiceCall call(STANDIN_FREE_OBJ);
     if (handle->priv) {
         free(handle->priv->state);
         free(handle->priv);
@@ -152,5 +150,4 @@ void vyn__free_obj(ImageHandle *handle)
         free(handle->info);
     }
     delete image_of(handle);
-    errno = kept;
 }

@@ -1,5 +1,5 @@
-// The host's services. They keep errno, and each allocation holds rubbish until it is filled, so
-// that nobody comes to rely on zeros.
+// The host's services. Each allocation holds rubbish until it is filled, so that nobody comes to
+// rely on zeros.
 #include "standin/faults.h"
 #include "standin/standin.h"
 
@@ -21,14 +21,6 @@ const char VYN_LITERAL_HARD_FORMAT_TYPE_RGB[] = "RGB";
 }
 
 namespace {
-
-struct KeepErrno {
-    int kept = errno;
-    ~KeepErrno()
-    {
-        errno = kept;
-    }
-};
 
 StandinSink message_sink = nullptr;
 void *message_context = nullptr;
@@ -71,8 +63,7 @@ void standin_set_sink(StandinSink sink, void *context)
 
 void ERR_report_cat(nl_catd catalogue, int set, int number, int severity, const char *format, ...)
 {
-    standin_must_fail(STANDIN_REPORT_CAT);
-    const KeepErrno keep;
+    const ServiceCall call(STANDIN_REPORT_CAT);
     const char *words = catalogue ? catgets(catalogue, set, number, format) : format;
     char *text = nullptr;
     va_list arguments;
@@ -90,42 +81,42 @@ void ERR_report_cat(nl_catd catalogue, int set, int number, int severity, const 
 
 void ERR_report_errno(int errno_value, const char *name)
 {
-    standin_must_fail(STANDIN_REPORT_ERRNO);
-    const KeepErrno keep;
+    const ServiceCall call(STANDIN_REPORT_ERRNO);
     const std::string text = std::string(name) + ": " + strerror(errno_value);
     issue({0, errno_value, 3, text.c_str()});
 }
 
 void *ERR_malloc(size_t size)
 {
-    const KeepErrno keep;
-    return standin_must_fail(STANDIN_MALLOC) ? nullptr : allocate(size);
+    const ServiceCall call(STANDIN_MALLOC);
+    return call.fails ? nullptr : allocate(size);
 }
 
 // --- Strings --------------------------------------------------------------------------------
 
 char *STR_save(const char *s)
 {
-    const KeepErrno keep;
-    return standin_must_fail(STANDIN_SAVE) ? nullptr : strdup(s);
+    const ServiceCall call(STANDIN_SAVE);
+    return call.fails ? nullptr : strdup(s);
 }
 
 const char *STR_define(const char *s)
 {
     static std::forward_list<std::string> defined;
-    const KeepErrno keep;
-    return standin_must_fail(STANDIN_DEFINE) ? nullptr : defined.emplace_front(s).c_str();
+    const ServiceCall call(STANDIN_DEFINE);
+    return call.fails ? nullptr : defined.emplace_front(s).c_str();
 }
 
 int STR_compare(const char *a, const char *b)
 {
-    standin_must_fail(STANDIN_COMPARE);
+    const ServiceCall call(STANDIN_COMPARE);
     return strcmp(a, b);
 }
 
 const char *STR_extension(const char *name)
 {
-    if (standin_must_fail(STANDIN_EXTENSION)) {
+    const ServiceCall call(STANDIN_EXTENSION);
+    if (call.fails) {
         return nullptr;
     }
     const char *slash = strrchr(name, '/');
@@ -134,7 +125,7 @@ const char *STR_extension(const char *name)
 
 int STR_length(const char *s)
 {
-    standin_must_fail(STANDIN_LENGTH);
+    const ServiceCall call(STANDIN_LENGTH);
     return static_cast<int>(strlen(s));
 }
 
@@ -142,7 +133,7 @@ int STR_length(const char *s)
 
 void vyn__init_ifd(ImageHandle *handle)
 {
-    standin_must_fail(STANDIN_INIT_IFD);
+    const ServiceCall call(STANDIN_INIT_IFD);
     ImageInfo *info = handle->info;
     *info = {};
     info->channel_type = 1;
@@ -155,8 +146,8 @@ void vyn__init_ifd(ImageHandle *handle)
 // with a null.
 void **vyn__chan_alloc(ImageInfo *info, int32_t width, const char *)
 {
-    const KeepErrno keep;
-    if (standin_must_fail(STANDIN_CHAN_ALLOC)) {
+    const ServiceCall call(STANDIN_CHAN_ALLOC);
+    if (call.fails) {
         return nullptr;
     }
     const int32_t bytes = info->channel_count + info->matte_count;
@@ -175,8 +166,7 @@ void **vyn__chan_alloc(ImageInfo *info, int32_t width, const char *)
 
 void vyn__chan_free(void **rows)
 {
-    const KeepErrno keep;
-    standin_must_fail(STANDIN_CHAN_FREE);
+    const ServiceCall call(STANDIN_CHAN_FREE);
     free_rows(rows);
 }
 
@@ -185,8 +175,8 @@ void vyn__chan_free(void **rows)
 const char *vyn__build_handle(const char *search_list, const char *name, const char *suffix)
 {
     static std::string path;
-    const KeepErrno keep;
-    if (standin_must_fail(STANDIN_BUILD_HANDLE)) {
+    const ServiceCall call(STANDIN_BUILD_HANDLE);
+    if (call.fails) {
         return nullptr;
     }
     const bool searched = search_list && search_list[0] != '\0' && name[0] != '/';
@@ -241,48 +231,47 @@ static const FormatEntry *next_format = STANDARD_FORMATS;
 
 void FMT_init(nl_catd)
 {
-    standin_must_fail(STANDIN_FMT_INIT);
+    const ServiceCall call(STANDIN_FMT_INIT);
     next_format = STANDARD_FORMATS;
 }
 
 const FormatEntry *FMT_info()
 {
-    return standin_must_fail(STANDIN_FMT_INFO) || next_format == std::end(STANDARD_FORMATS)
-               ? nullptr
-               : next_format++;
+    const ServiceCall call(STANDIN_FMT_INFO);
+    return call.fails || next_format == std::end(STANDARD_FORMATS) ? nullptr : next_format++;
 }
 
 float FMT_def_input_gamma()
 {
-    standin_must_fail(STANDIN_GAMMA);
+    const ServiceCall call(STANDIN_GAMMA);
     return 1.7F;
 }
 
 // Chromaticities of video phosphors and daylight, x and y, with z making up the rest.
 const float *CLR_def_red_primary()
 {
-    standin_must_fail(STANDIN_COLOUR);
+    const ServiceCall call(STANDIN_COLOUR);
     static const float red[3] = {0.640F, 0.330F, 0.030F};
     return red;
 }
 
 const float *CLR_def_green_primary()
 {
-    standin_must_fail(STANDIN_COLOUR);
+    const ServiceCall call(STANDIN_COLOUR);
     static const float green[3] = {0.300F, 0.600F, 0.100F};
     return green;
 }
 
 const float *CLR_def_blue_primary()
 {
-    standin_must_fail(STANDIN_COLOUR);
+    const ServiceCall call(STANDIN_COLOUR);
     static const float blue[3] = {0.150F, 0.060F, 0.790F};
     return blue;
 }
 
 const float *CLR_def_white_point()
 {
-    standin_must_fail(STANDIN_COLOUR);
+    const ServiceCall call(STANDIN_COLOUR);
     static const float white[3] = {0.3127F, 0.3290F, 0.3583F};
     return white;
 }

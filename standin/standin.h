@@ -83,12 +83,15 @@ enum StandinService {
     STANDIN_SERVICES
 };
 
-// Forgets all counts and faults.
+// Forgets all counts and faults, and lets the services keep errno.
 void standin_reset_faults();
 
 // Makes the n-th call of a service from now on (1 is the next) fail, and with `onwards` all after
 // it.
 void standin_fail(StandinService service, long nth, bool onwards);
+
+// Makes every service leave `value` in errno, also one that succeeds; 0: each keeps errno.
+void standin_spoil_errno(int value);
 
 // Calls of the service since the last reset.
 long standin_calls(StandinService service);
