@@ -60,11 +60,13 @@ inline bool is_window(const ImageWindow &window, const PixState &state)
 
 inline bool are_colours(const ImageHandle *handle)
 {
-    constexpr size_t size = sizeof handle->red_primary;
-    return memcmp(handle->red_primary, CLR_def_red_primary(), size) == 0 &&
-           memcmp(handle->green_primary, CLR_def_green_primary(), size) == 0 &&
-           memcmp(handle->blue_primary, CLR_def_blue_primary(), size) == 0 &&
-           memcmp(handle->white_point, CLR_def_white_point(), size) == 0;
+    const auto same = [](const float(&colour)[3], const float *host) {
+        return std::equal(std::begin(colour), std::end(colour), host);
+    };
+    return same(handle->red_primary, CLR_def_red_primary()) &&
+           same(handle->green_primary, CLR_def_green_primary()) &&
+           same(handle->blue_primary, CLR_def_blue_primary()) &&
+           same(handle->white_point, CLR_def_white_point());
 }
 
 // An open image agrees with itself: "", or what is wrong right after the open that returned 1.
