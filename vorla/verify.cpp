@@ -116,14 +116,12 @@ ExitCode verify(const Session &session, const std::string &file)
 
 // --- Directories ----------------------------------------------------------------------------
 
-// The names of a file's companions. What lies in the directory of companions has none.
+// The names of a file's companions. A companion, which would be its own, has none.
 std::set<std::string> companions_of(const std::string &file)
 {
-    const fs::path directory = fs::path(file).parent_path().filename();
-    if (directory == "mask" || directory == "depth") {
-        return {};
-    }
-    return {companion_path(file, KIND_MATTE), companion_path(file, KIND_DEPTH)};
+    std::set<std::string> names = {companion_path(file, KIND_MATTE),
+                                   companion_path(file, KIND_DEPTH)};
+    return names.count(file) > 0 ? std::set<std::string>() : names;
 }
 
 // Whether a file is to be verified: it is PIX, or is called so or has a companion, and is damaged
