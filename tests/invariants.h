@@ -116,13 +116,13 @@ inline std::string failed_open_holds(const ImageHandle *handle)
     PixState *state = handle->priv->state;
     bool empty = true;
     for (const PixPlane &plane : state->plane) {
-        empty = empty && !plane.file[0].fp && !plane.file[1].fp && !plane.name && !plane.present &&
-                !plane.starts;
+        empty = empty && !plane.file[0].fp && !plane.file[1].fp && !plane.file[0].buffer &&
+                !plane.file[1].buffer && !plane.name && !plane.present && !plane.starts;
     }
     const int code = vyn__err;
     void **rows = nullptr;
     return first_untrue({
-        {code == -5 || code == -8 || code == -10, "the code is that of a failure"},
+        {code == -5 || code == -8 || code == -10 || code == -20, "the code is that of a failure"},
         {empty, "no plane has a stream or a name"},
         {!state->chan && !state->table, "there are neither row buffers nor a table"},
         {handle->scanline_proc(state, 0, &rows) == -2 && !rows, "there is no scanline"},
