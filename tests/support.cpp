@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
+#include <tuple>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -103,50 +105,128 @@ std::vector<std::string> ModuleTest::files() const
     return names;
 }
 
-Picture ModuleTest::read(const std::string &name, const Prepare &prepare)
+ImageHandle *ModuleTest::reader(const std::string &name) const
 {
-    ImageHandle *handle = standin_new_reader(path("r/" + name).c_str());
-    if (prepare) {
-        prepare(handle);
-    }
-    Picture picture;
-    picture.result = module.read_open(handle);
-    picture.code = vyn__err;
-    if (picture.result != 1) {
-        // A host that closes what did not open must come to no harm.
-        handle->close_proc ? static_cast<void>(handle->close_proc(handle)) : vyn__free_obj(handle);
-        return picture;
-    }
-    picture.info = *handle->info;
-    picture.label = handle->info->format_label;
-    picture.state = *handle->priv->state;
-    for (int32_t y = handle->info->height - 1; y >= 0; --y) {
-        void **rows = nullptr;
-        picture.codes.push_back(handle->scanline_proc(handle->priv->state, y, &rows));
-        EXPECT_EQ(vyn__err, picture.codes.back());
-        if (rows) {
-            picture.rows.push_back(samples(picture.state, rows));
-        }
-    }
-    EXPECT_EQ(handle->close_proc(handle), 0);
-    return picture;
+    return standin_new_reader((fs::path(path("r")) / name).c_str());
 }
 
 ImageHandle *ModuleTest::writer(const std::string &name, int32_t width, int32_t height,
                                 int32_t channels, int32_t mattes, int32_t depths) const
 {
-    return standin_new_writer(path("r/" + name).c_str(), width, height, channels, mattes, depths);
+    return standin_new_writer((fs::path(path("r")) / name).c_str(), width, height, channels, mattes,
+                              depths);
+}
+
+// How an open ends, by its last message.
+struct Ending {
+    int message;
+    int32_t result;
+    int code;
+};
+
+constexpr Ending ENDINGS[] = {{0, 1, 0},   {25, 0, -5},  {43, 1, -5},  {52, 0, -5},
+                              {60, 0, -8}, {92, 1, -16}, {257, 1, -5}, {-1, 0, 0}};
+
+ImageHandle *ModuleTest::open_image(ImageHandle *handle)
+{
+    vyn__err = 0;
+    result = module.read_open(handle);
+    const int code = vyn__err;
+    told = messages();
+    const int last = told.empty() ? 0 : told.back();
+    const Ending *ending = ENDINGS;
+    while (ending->message >= 0 && ending->message != last) {
+        ++ending;
+    }
+    EXPECT_EQ(std::tie(last, result, code),
+              std::tie(ending->message, ending->result, ending->code));
+    EXPECT_EQ(result == 1 ? image_disagrees(handle) : failed_open_holds(handle), "");
+    new_numbers.clear(); // of the row that a failed open was asked for
+    new_texts.clear();
+    return handle;
+}
+
+Samples ModuleTest::ask(const ImageHandle *handle, int32_t y)
+{
+    void **rows = nullptr;
+    vyn__err = -1;
+    const PixState *state = handle->priv->state;
+    const int32_t code = handle->scanline_proc(handle->priv->state, y, &rows);
+    EXPECT_EQ(vyn__err, code);
+    const bool inside = y >= 0 && y < state->height;
+    EXPECT_EQ(code, rows ? 0 : inside ? -18 : -2);
+    Samples refusal;
+    for (const int number : messages()) {
+        refusal.push_back(-number);
+    }
+    EXPECT_EQ(refusal.empty() ? 0 : refusal.back(), rows ? 0 : inside ? -55 : -53);
+    return rows ? samples(*state, rows) : refusal;
+}
+
+std::vector<Samples> ModuleTest::all_rows(const ImageHandle *handle)
+{
+    std::vector<Samples> rows;
+    for (int32_t y = handle->info->height - 1; y >= 0; --y) {
+        rows.push_back(ask(handle, y));
+    }
+    return rows;
+}
+
+std::vector<Samples> ModuleTest::write_image(ImageHandle *handle)
+{
+    result = module.write_open(handle);
+    const PixState &state = *handle->priv->state;
+    std::minstd_rand random(1);
+    std::vector<Samples> rows;
+    for (int32_t y = state.height - 1; result == 1 && y >= 0; --y) {
+        Samples noise[5];
+        void *buffers[5];
+        for (int i = 0; i < 5; ++i) {
+            noise[i].resize(static_cast<size_t>(state.width));
+            std::generate(noise[i].begin(), noise[i].end(), random);
+            buffers[i] = noise[i].data();
+        }
+        rows.push_back(samples(state, buffers));
+        EXPECT_EQ(handle->scanline_proc(handle->priv->state, y, buffers), 0);
+    }
+    close_image(handle);
+    told = messages();
+    return rows;
+}
+
+void ModuleTest::close_image(ImageHandle *handle, int32_t code)
+{
+    const CloseProc close_proc = handle->close_proc;
+    vyn__err = -1;
+    EXPECT_EQ(close_proc(handle), code);
+    EXPECT_EQ(vyn__err, code);
+    EXPECT_EQ(close_proc(nullptr), 0);
+    EXPECT_EQ(vyn__err, code);
+}
+
+void ModuleTest::translate(const std::string &depth, const std::string &matte)
+{
+    std::ofstream words(path("words"));
+    words << "$set 901\n";
+    for (int number = 1; number < 343; ++number) {
+        words << number << " " << number << "\n";
+    }
+    words << "343 " << depth << "\n344 " << matte << std::endl;
+    fs::remove(path("catalogue"));
+    ASSERT_EQ(system(("gencat " + path("catalogue") + " " + path("words")).c_str()), 0);
+    vyn__msg_cat = catopen(path("catalogue").c_str(), 0);
 }
 
 std::vector<int> ModuleTest::messages()
 {
-    return std::exchange(numbers, {});
+    texts = std::exchange(new_texts, {});
+    return std::exchange(new_numbers, {});
 }
 
 void ModuleTest::take(const StandinMessage &message, void *context)
 {
     auto *test = static_cast<ModuleTest *>(context);
     EXPECT_TRUE(message.set == 0 || is_known(message)) << message.severity << " " << message.text;
-    test->numbers.push_back(message.set == 902 ? message.number : -message.number);
-    test->texts.emplace_back(message.text);
+    test->new_numbers.push_back(message.set == 902 ? message.number : -message.number);
+    test->new_texts.emplace_back(message.text);
 }

@@ -1,5 +1,5 @@
 // A host for the tests: the loaded module, a directory of its own for each test, the messages that
-// were issued, and short ways to make files and to read images.
+// were issued, and short ways to make files and to write and read images.
 #pragma once
 
 #include "tests/invariants.h"
@@ -8,7 +8,6 @@
 
 #include <stdlib.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -26,16 +25,9 @@ Bytes colour_header(int width, int height, int bits = 24);
 Bytes depth_header(int width, int height, int magic = 56655);
 Bytes operator+(Bytes front, const Bytes &back);
 
-// What an image gave to a host that read it whole, in file order.
-struct Picture {
-    int32_t result = 0; // of the open
-    int code = 0;       // vyn__err after it
-    ImageInfo info = {};
-    std::string label;                      // of its standard format
-    PixState state = {};                    // as the open left it
-    std::vector<std::vector<int32_t>> rows; // a file row's samples, channel after channel
-    std::vector<int32_t> codes;             // of the scanline calls
-};
+// The samples of a row, channel after channel; or, of a row that cannot be read, the numbers of its
+// messages, each with a minus sign.
+using Samples = std::vector<int32_t>;
 
 class ModuleTest : public testing::Test {
   protected:
@@ -52,24 +44,43 @@ class ModuleTest : public testing::Test {
     void clear() const;                     // removes all images
     std::vector<std::string> files() const; // all regular files, sorted
 
-    // Opens r/`name`, after `prepare` has changed the handle, and reads all rows.
-    using Prepare = std::function<void(ImageHandle *)>;
-    Picture read(const std::string &name, const Prepare &prepare = {});
-
-    // Opens r/`name` for writing; the handle must be closed or freed.
+    // Handles for r/`name`, or for the path that it is. Both opens take them, and close_image and
+    // vyn__free_obj destroy them.
+    ImageHandle *reader(const std::string &name) const;
     ImageHandle *writer(const std::string &name, int32_t width, int32_t height, int32_t channels,
                         int32_t mattes = 0, int32_t depths = 0) const;
 
-    // The numbers of the messages issued since the last call, in order.
+    // Opens an image for reading, and checks that the result, the code, the messages and what is
+    // open belong together. They are in `result` and `told` then.
+    ImageHandle *open_image(ImageHandle *handle);
+
+    // Reads a scanline, and checks that its code and messages belong together.
+    Samples ask(const ImageHandle *handle, int32_t y);
+    std::vector<Samples> all_rows(const ImageHandle *handle); // in file order
+
+    // Opens an image for writing, writes noise and closes it. Returns the rows in file order. The
+    // result of the open is in `result`, and the messages of all calls are in `told`.
+    std::vector<Samples> write_image(ImageHandle *handle);
+
+    void close_image(ImageHandle *handle, int32_t code = 0);
+
+    // Makes the labels of the module those of a catalogue: 343 (depth) and 344 (matte) as given,
+    // the others their numbers.
+    void translate(const std::string &depth, const std::string &matte);
+
+    // The numbers of the messages since the last call, in order, whose texts are in `texts` then.
     std::vector<int> messages();
 
     StandinModule module = {};
     std::string directory;
-    std::vector<std::string> texts; // of the same messages
+    int32_t result = 0;
+    std::vector<int> told;
+    std::vector<std::string> texts;
 
   private:
     static void take(const StandinMessage &message, void *context);
 
-    std::vector<int> numbers;
+    std::vector<int> new_numbers;
+    std::vector<std::string> new_texts;
     decltype(open_descriptors()) descriptors = 0;
 };
