@@ -7,6 +7,7 @@
 
 #include <fnmatch.h>
 
+#include <algorithm>
 #include <iterator>
 
 struct KnownMessage {
@@ -46,10 +47,9 @@ constexpr KnownMessage KNOWN_MESSAGES[] = {
 
 inline bool is_known(const StandinMessage &message)
 {
-    const auto *known = std::begin(KNOWN_MESSAGES);
-    while (known != std::end(KNOWN_MESSAGES) && known->number != message.number) {
-        ++known;
-    }
-    return known != std::end(KNOWN_MESSAGES) && known->severity == message.severity &&
-           fnmatch(known->words, message.text, 0) == 0;
+    return std::any_of(
+        std::begin(KNOWN_MESSAGES), std::end(KNOWN_MESSAGES), [&](const KnownMessage &known) {
+            return known.number == message.number && known.severity == message.severity &&
+                   fnmatch(known.words, message.text, 0) == 0;
+        });
 }

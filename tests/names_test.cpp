@@ -1,44 +1,43 @@
-// The field rule and the companion rule.
+// The names of the files that belong to an image.
 #include "fileset/names.h"
-#include "host/messages.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include <stdlib.h>
-#include <unistd.h>
-
 TEST(Names, OfFieldsAreToldFromTheImagesName)
 {
     struct Case {
-        const char *suffix; // field names are the base, this and "e" or "o"
-        size_t cut;         // that many bytes behind the base make the name a field's
-        std::vector<std::string> names;
+        const char *name, *base, *suffix; // the fields are the base, the suffix and "e" or "o"
     };
     const Case cases[] = {
-        {".",
-         0,
-         {"shot.pix", "shot.pixe", "shot.e7", "shot", "shot.E", "shot.", "dir/5", "r.7/e",
-          "r.7/12e", "5e", "e", "7"}},
-        {".", 2, {"shot.pix.e", "shot.pix.o", "x.5.e", ".e"}},
-        {"", 0, {"shot.0001", "r/shot.12", ".7"}},
-        {"", 1, {"shot.0001e", "shot.0001o", "a.12o", ".5e"}},
+        {.name = "shot.pix", .base = "shot.pix", .suffix = "."},
+        {.name = "shot.pixe", .base = "shot.pixe", .suffix = "."},
+        {.name = "shot.e7", .base = "shot.e7", .suffix = "."},
+        {.name = "shot.E", .base = "shot.E", .suffix = "."},
+        {.name = "shot.", .base = "shot.", .suffix = "."},
+        {.name = "r.7/e", .base = "r.7/e", .suffix = "."},
+        {.name = "r.7/12e", .base = "r.7/12e", .suffix = "."},
+        {.name = "5e", .base = "5e", .suffix = "."},
+        {.name = "e", .base = "e", .suffix = "."},
+        {.name = "shot.pix.e", .base = "shot.pix", .suffix = "."},
+        {.name = "x.5.o", .base = "x.5", .suffix = "."},
+        {.name = ".e", .base = "", .suffix = "."},
+        {.name = "r/shot.12", .base = "r/shot.12", .suffix = ""},
+        {.name = "shot.0001e", .base = "shot.0001", .suffix = ""},
+        {.name = ".5o", .base = ".5", .suffix = ""},
     };
     for (const Case &c : cases) {
-        for (const std::string &name : c.names) {
-            const std::string base = name.substr(0, name.size() - c.cut);
-            PixNames names;
-            pix_field_names(name.c_str(), 'r', &names);
-            EXPECT_EQ(names.base, base) << name;
-            EXPECT_EQ(names.even, base + c.suffix + "e") << name;
-            EXPECT_EQ(names.odd, base + c.suffix + "o") << name;
-            EXPECT_EQ(names.is_field, c.cut > 0) << name;
-            pix_field_names(name.c_str(), 'w', &names);
-            EXPECT_EQ(names.base, name);
-            EXPECT_FALSE(names.is_field) << name;
-        }
+        PixNames names;
+        pix_field_names(c.name, 'w', &names);
+        EXPECT_EQ(std::string(names.base), c.name);
+        EXPECT_FALSE(names.is_field) << c.name;
+        pix_field_names(c.name, 'r', &names);
+        EXPECT_EQ(std::string(names.base), c.base);
+        EXPECT_EQ(names.even, std::string(c.base) + c.suffix + "e");
+        EXPECT_EQ(names.odd, std::string(c.base) + c.suffix + "o");
+        EXPECT_EQ(names.is_field, std::string(c.base) != c.name) << c.name;
     }
 }
 
@@ -58,30 +57,4 @@ TEST(Names, OfCompanionsLieBesideTheImagesDirectory)
     }
     EXPECT_EQ(pix_companion_path("/dev/stdin", "r", PIX_COMPANION_MATTE), nullptr);
     EXPECT_EQ(pix_companion_path("/dev/stdout", "r", PIX_COMPANION_DEPTH), nullptr);
-    EXPECT_DEATH((void)pix_companion_path("shot.pix", "r", 2), "");
-}
-
-TEST(Names, OfCompanionsHaveTheirDirectoryMadeIfTheyFit)
-{
-    std::string directory = testing::TempDir() + "vorla-names-XXXXXX";
-    ASSERT_NE(mkdtemp(directory.data()), nullptr);
-    const std::string mask = directory + "/mask";
-    const size_t room = PIX_NAME_SIZE - 1 - mask.size() - 1;
-    const auto made = [&] { return access(mask.c_str(), F_OK) == 0; };
-
-    const std::string longest = directory + "/r/" + std::string(room, 'x');
-    EXPECT_EQ(pix_companion_path((longest + "x").c_str(), "w", PIX_COMPANION_MATTE), nullptr);
-    EXPECT_EQ(errno, ENAMETOOLONG);
-    EXPECT_NE(pix_companion_path(longest.c_str(), "r", PIX_COMPANION_MATTE), nullptr);
-    EXPECT_FALSE(made());
-
-    EXPECT_EQ(pix_companion_path(longest.c_str(), "w", PIX_COMPANION_MATTE),
-              mask + "/" + std::string(room, 'x'));
-    EXPECT_TRUE(made());
-
-    EXPECT_EQ(pix_companion_path((directory + "/no/r/x").c_str(), "w", PIX_COMPANION_MATTE),
-              nullptr);
-    EXPECT_EQ(errno, ENOENT);
-    rmdir(mask.c_str());
-    rmdir(directory.c_str());
 }

@@ -104,6 +104,20 @@ TEST_F(ReadTest, FieldsAndSingleFilesGiveTheSameRows)
     EXPECT_EQ(rows[4].back(), 100000000);
 }
 
+// Only the very bits of 1e8 are nothing; what lies beside them, no number, zero and -1 is
+// something.
+TEST_F(ReadTest, FloatDepthsTellOnlySomethingFromNothing)
+{
+    make("r/a", colour_header(6, 1) + hex("06000000"));
+    make("depth/a",
+         depth_header(6, 1, 55655) + hex("4CBEBC20 4CBEBC1F 4CBEBC21 7FC00000 00000000 BF800000"));
+    ImageHandle *handle = open_image(reader("a"));
+    Samples row = ask(handle, 0);
+    row.erase(row.begin(), row.begin() + 18);
+    EXPECT_EQ(row, (Samples{0, 100000000, 100000000, 100000000, 100000000, 100000000}));
+    close_image(handle);
+}
+
 // Long sequences of requests, on two opens of the same file: one remembers where rows begin, the
 // other is made to forget and so goes back to the header every time. Nobody may see the difference,
 // damage or not. Where no failure stands before the row, a third, opened for this row alone,
