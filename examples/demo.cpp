@@ -43,7 +43,7 @@ Image take(ImageHandle *handle, int32_t result, const std::string &file)
     return image;
 }
 
-// That the disk is full may show only now.
+// A full disk may be reported only by the close.
 void close(Image image, const std::string &file)
 {
     ImageHandle *handle = image.release();
@@ -126,7 +126,7 @@ Picture read_image(const StandinModule &module, const std::string &file,
     Picture picture(info.width, info.height, info.channel_count == 3, info.matte_count == 1,
                     info.aux_count == 1);
     for (const int32_t y : scanlines) {
-        void **buffers = nullptr; // the module's, valid until the next call
+        void **buffers = nullptr; // the module's; hold this scanline until the next call
         if (image->scanline_proc(image->priv->state, y, &buffers) != 0) {
             fail(file, "cannot read scanline " + std::to_string(y));
         }
@@ -196,7 +196,8 @@ void run(const StandinModule &module, const std::string &module_file, const std:
     probe(module, module_file, false);
     read_and_compare(module, directory + "/renders/scene.pix", scene);
 
-    // The module writes a field like any other image; asked for both, it joins them.
+    // A field is written like any other image. Opened by the name that both fields share, the two
+    // are one image.
     write_set(module, directory, "fields.pix.e", scene, 0, 2);
     write_set(module, directory, "fields.pix.o", scene, 1, 2);
     read_and_compare(module, directory + "/renders/fields.pix", scene);

@@ -2,13 +2,14 @@
 // host owns the layouts, pinned like those of host/vyn.h. imageCapability hands out the table; a
 // CapabilityRequest carries an entry's code and the value of one of its choices.
 //
-// Labels are default words; the host's catalogue may have others, under their set and number.
+// Labels are default words; the host's catalogue may have others, under their set and number. Bytes
+// called `reserved_*` are 0.
 #pragma once
 
 #include "host/vyn.h"
 
 // Capability codes. An open for reading takes requests of the first, one for writing of the second;
-// the last one counts. Any other code gives a warning, PIX_UNSUPPORTED, and the requests behind it
+// the last one counts. Any other code gives a warning, PIX_UNSUPPORTED, and the requests after it
 // are ignored.
 enum { PIX_CAP_INPUT_CHANNELS = 0, PIX_CAP_OUTPUT_CHANNELS = 1 };
 
@@ -34,7 +35,7 @@ static_assert(sizeof(CapabilityChoice) == 32 && PIX_AT(CapabilityChoice, value, 
               "the host's layout");
 
 typedef struct CapabilityChoiceList {
-    int32_t kind;
+    int32_t kind; // 1; the meaning is the host's
     uint8_t reserved_4[4];
     const CapabilityChoice *rows;
 } CapabilityChoiceList;

@@ -2,7 +2,8 @@
 // and default words, and the one way to issue a message and to fetch a label.
 //
 // errno carries the reason from the call that failed to the message that shows it, so both ways
-// leave errno as they found it.
+// leave errno as they found it. A file that ends too early sets no errno: the reason in its message
+// is then that of an earlier call.
 #pragma once
 
 #include "host/vyn.h"
@@ -63,9 +64,8 @@ constexpr int PIX_MESSAGE_SET = 902;
         vyn__err = (code);                                                                         \
     } while (0)
 
-// Messages: number, severity (2 warning, 3 error), default text. Macros, so that where a message is
-// issued by its name the compiler
-// checks the arguments against its text.
+// Messages: number, severity (2 warning, 3 error), default text. They are macros, so that the
+// compiler checks the arguments against the text where a message is issued.
 // clang-format off
 #define PIX_MSG_CORRUPT_COMPANION  25, 3, "Cannot open %s file `%s'; %s (header is corrupt)"
 #define PIX_MSG_NO_MATTE_FILE      42, 2, "Cannot open mask file %s; %s (vorla images need a special directory for mask files)"

@@ -5,8 +5,9 @@
 //
 // Order: imageInit once, after loading; then imageCapability and imageIsFile at any time, and for
 // each image a new handle, one open, its scanlines and one close. Several may be open at once.
-// Threads: any thread may call, but only one call may run at a time, whatever its image.
-// Failures: a code in vyn__err, which host/messages.h explains, and a message.
+// Threads: any thread may call. Only one call may run at a time, whatever its image, except that
+// imageIsFile may run at the same time as any other call.
+// Failures: a code in vyn__err, which host/messages.h (for C++ only) explains, and a message.
 #pragma once
 
 #include <assert.h>
@@ -33,17 +34,17 @@ static_assert(sizeof(ImageWindow) == 16 && PIX_AT(ImageWindow, x_min, 0) &&
                   PIX_AT(ImageWindow, y_max, 12),
               "the host's layout");
 
-// Reading: the open makes the record with ERR_malloc, has vyn__init_ifd fill it, and sets the
-// fields named here; types and widths stay as vyn__init_ifd leaves them, except the aux_width of a
-// depth file. The module does not use the record after the open, and releases neither the record
+// Reading: the open makes the record with ERR_malloc, has vyn__init_ifd fill it, and sets every
+// field that is not called `host_*`, except the types and widths: of these only aux_width, when
+// there is depth. The module does not use the record after the open, and releases neither the record
 // nor its strings, which are copies by STR_save.
 //
 // Writing: the host makes the record and fills data_window and the fields from channel_format on.
 // The open may set matte_count and aux_count to 0. The record need not outlive the open.
 typedef struct ImageInfo {
     uint8_t host_0[8];
-    int32_t usage;
-    float gamma;
+    int32_t usage; // reading: that of the descriptor, imageUsage
+    float gamma;   // reading: that of FMT_def_input_gamma
     uint8_t host_16[32];
     char *format_label; // name of the standard format of this size, or "unknown"
     int32_t width;      // pixels
@@ -53,7 +54,7 @@ typedef struct ImageInfo {
     ImageWindow data_window; // writing: its size is the size written, wherever it lies
     ImageWindow display_window;
     uint8_t host_104[4];
-    int32_t orientation;
+    int32_t orientation;   // reading: that of the descriptor, imageOrientation
     char *channel_format;  // equals VYN_LITERAL_HARD_FORMAT_TYPE_RGB
     int32_t channel_count; // 3: colour; 0: none
     int32_t channel_type;  // 1
@@ -97,9 +98,9 @@ typedef struct PixState PixState; // the module's own record of an open image; o
 // buffers when the result is 0: the same array each time, valid until the close, whose rows hold
 // this scanline until the next call. After -18 the rows may hold anything, and more scanlines may
 // be asked for: those that the files hold before the damage are read correctly; from the damage on,
-// a row may come from a wrong place, with result 0. After a seek that failed, the image is lost:
-// every later request first brings all its files back to a row that is known, or fails with -18
-// too, so that no row is put together from two.
+// a row may come from a wrong place, with result 0. After a seek that failed, the files may stand
+// at different rows. Every later call then first seeks all files to a row that is known, or fails
+// with -18 too, so that no row is put together from two.
 //
 // Writing takes scanlines from height - 1 down to 0. `rows` is the array itself, a `void **`. Array
 // and rows are the host's and are used during the call alone. The depth row must be writable: its
@@ -107,13 +108,14 @@ typedef struct PixState PixState; // the module's own record of an open image; o
 // files hold a part of the row; the image cannot be completed, and only the close may follow.
 typedef int32_t (*ScanlineProc)(PixState *state, int32_t y, void *rows);
 
-// Ends an image, once, however its scanlines went: closes the files, gives the row buffers of an
-// image that was read to vyn__chan_free, and at last the handle to vyn__free_obj. It does so in any
-// case. Result: vyn__err, which is 0 at the start of the close and becomes -20, PIX_WRITE_FAILED,
-// when a file could not be closed and may be incomplete. After a failed open nothing is left to
-// be closed, and with a null private block or state nothing was ever open: the close sets vyn__err
-// to 0 and destroys the handle. A null handle gives 0 and
-// changes nothing. Standard input and output are neither closed nor flushed.
+// Closes an image, once, whether or not all scanlines were read or written: closes the files, gives
+// the row buffers of an image that was read to vyn__chan_free, and at last the handle to
+// vyn__free_obj. It does so in any case. Result: vyn__err, which is 0 at the start of the close and
+// becomes -20, PIX_WRITE_FAILED, when a file could not be closed and may be incomplete. Scanlines
+// that were never written are no failure: the host counts them. After a failed open nothing is left
+// to be closed, and with a null private block or state nothing was ever open: the close sets
+// vyn__err to 0 and destroys the handle. A null handle gives 0 and changes nothing. Standard input
+// and output are neither closed nor flushed.
 typedef int32_t (*CloseProc)(ImageHandle *handle);
 
 // --- The handle -----------------------------------------------------------------------------
@@ -137,15 +139,16 @@ static_assert(sizeof(CapabilityRequest) == 8 && PIX_AT(CapabilityRequest, code, 
 
 // One image being read or written. The host makes a handle for each open; vyn__free_obj destroys
 // it. The host sets the fields that say so, and keeps what they point to: file_name until the
-// close, the others until the open returns. A read open sets all others that have a name, with
-// strings by STR_save; a write open sets priv and the procedures. They do so without a look at the
-// old value: pointers that are null before the open show after a failure what it has made. The
-// module releases none of that.
+// close, the others until the open returns. A read open sets all fields that are not called
+// `host_*`, with strings by STR_save; a write open sets priv and the procedures. The opens
+// overwrite these fields without reading them: a host that sets the pointers to null before the
+// open sees after a failure, by those that are not null, what the open has made. The module
+// releases nothing of it; vyn__free_obj does.
 struct ImageHandle {
     PixPrivate *priv;
     const char *format_name; // set by the host
     const char *file_name;   // set by the host: 1 to 1,023 bytes
-    uint8_t name_is_exact;   // set by the host; 0: search the directories of KV_IMG_DIR too
+    uint8_t name_is_exact;   // set by the host; 0: search the directories of KV_IMG_DIR
     uint8_t host_25[23];
     char *description[7];
     char *compression;
@@ -175,16 +178,18 @@ static_assert(sizeof(ImageHandle) == 312 && PIX_AT(ImageHandle, priv, 0) &&
               "the host's layout");
 
 // --- What the module exports ----------------------------------------------------------------
-// The descriptor's words and strings are in module/descriptor.cpp, the capability table's layout in
+// The values of the descriptor are in module/descriptor.cpp, the layout of the capability table in
 // host/capabilities.h.
 
 #pragma GCC visibility push(default)
 
 typedef struct CapabilityEntry CapabilityEntry;
 
-// Makes imageName, imageExtension and imageNameSyntax, in the words of the catalogue that is open
-// now. Returns 1; or 0, with neither code nor message, when memory is exhausted: the names that are
-// not made are null. The module does not release the names.
+// The descriptor is a set of variables that the host looks up by name: numbers are
+// `const int32_t`, texts `const char *`. imageInit makes its texts imageName and imageExtension with
+// STR_define, and imageNameSyntax with STR_save, in the words of the catalogue that is open now.
+// Returns 1; or 0, with neither code nor message, when memory is exhausted: the names that are not
+// made are null. The module does not release the names.
 int32_t imageInit(void);
 
 // Hands out the capability table and counts its entries, those for reading and those for writing.
@@ -194,23 +199,30 @@ void imageCapability(const CapabilityEntry **table, int32_t *input_count, int32_
 
 // Returns 1 when the first 12 bytes of the file, and in doubt its name, are those of a PIX file,
 // else 0, also when they cannot be read. Opens `name` unless `stream` is given; a given stream
-// stays open and stands after the last byte read. Leaves neither code nor message. It keeps no
-// state, so it may run beside other calls.
+// stays open and stands after the last byte read. Leaves neither code nor message.
 uint8_t imageIsFile(const char *name, FILE *stream);
 
-// Opens an image for reading, with the companions that are asked for and exist. "/dev/stdin" is
-// standard input, which must be able to seek. Returns
+// Opens an image for reading, with the companions that are asked for and exist: those of
+// "jobs/renders/shot.pix" are "jobs/mask/shot.pix" and "jobs/depth/shot.pix", and those of a name
+// without a slash are in "../mask" and "../depth". The name may also be that of either file of a
+// field pair, or the one that both share, as docs/format.md tells; both files must be there. A
+// name that is searched for is tried as it is, then in each directory. "/dev/stdin" is standard
+// input, which must be able to seek. Returns
 //    1  The image is open and described. vyn__err is as it was, or has the code of a warning:
 //       PIX_UNSUPPORTED, an unknown request; PIX_CANNOT_OPEN, a companion that does not fit.
 //    0  The open failed and closed its files. vyn__err has the reason; so has a message, unless
-//       ERR_malloc gave null. The host then calls vyn__free_obj, or close_proc if that is set. A
-//       scanline call, if scanline_proc is set, does no harm and gives -2.
+//       ERR_malloc gave null. A companion whose header is cut short or not valid is such a failure.
+//       The host reads vyn__err and then calls vyn__free_obj or, if it is set, close_proc, which
+//       sets vyn__err to 0. A scanline call, if scanline_proc is set, does no harm and gives -2.
 //   -1  The image is open, but vyn__chan_alloc gave null: neither code nor message. Scanlines are
 //       refused with -18, and the host must call close_proc.
 int32_t imageReadOpen(ImageHandle *handle);
 
-// Opens an image for writing as `info` describes it, over what its files held before. "/dev/stdout"
-// is standard output, which the host flushes after the close. Returns 1, or 0 as imageReadOpen
+// Opens an image for writing as `info` describes it, over what its files held before. Makes the
+// directories of its companions where they are missing. A companion that an earlier image of the
+// same name has left, and that this one does not have, stays, and a later read open takes it for
+// this image's own: the host removes it before. "/dev/stdout" is standard output, which the host
+// flushes after the close. Returns 1, or 0 as imageReadOpen
 // does; a failed open removes the regular files that it made or emptied, but no links. vyn__err is
 // 0 at the start, and with result 1 it may have the code of a warning: PIX_UNSUPPORTED, an unknown
 // request; PIX_CANNOT_OPEN, a companion that cannot be made.
@@ -264,13 +276,13 @@ const char *STR_extension(const char *name);
 // Returns the length of `s` in bytes.
 int STR_length(const char *s);
 
-// Fills the handle's new ImageInfo, whose bytes are not initialised, with the host's defaults:
-// among them type 1 and width 8 of colour and matte. Fields that the open does not reach keep them,
-// also the strings.
+// Sets every field of the handle's new ImageInfo, whose bytes are not initialised, to the host's
+// defaults: among them type 1 and width 8 of colour and matte. An open that fails early leaves
+// these defaults, also those of the strings, which must then be null or the host's own.
 void vyn__init_ifd(ImageHandle *handle);
 
-// Returns row buffers for the channels of `info`, `width` pixels each, or null. The close gives
-// them back.
+// Returns row buffers for the channels of `info`, `width` pixels each, in the order in which a
+// ScanlineProc takes them; or null. The module calls it for reading alone.
 void **vyn__chan_alloc(ImageInfo *info, int32_t width, const char *format_name);
 
 // Releases what vyn__chan_alloc returned; null does nothing.
@@ -300,9 +312,10 @@ void FMT_init(nl_catd catalogue);
 // Returns the next standard format, or null after the last. Valid until the next call.
 const FormatEntry *FMT_info(void);
 
+// Returns the gamma that the host assumes for images.
 float FMT_def_input_gamma(void);
 
-// Each returns three floats, the host's.
+// Each returns three floats, which stay the host's.
 const float *CLR_def_red_primary(void);
 const float *CLR_def_green_primary(void);
 const float *CLR_def_blue_primary(void);

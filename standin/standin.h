@@ -1,6 +1,7 @@
-// A stand-in for the host framework: the services of host/vyn.h, for programs that load the module
-// without the real host around it. A program links it whole and exports it, so that the module that
-// it loads finds its services there. What is declared here is the program's side.
+// A stand-in for the host framework: the services of host/vyn.h, for C++ programs that load the
+// module without the real host around it. A program links all of standin/ and exports its symbols
+// (-rdynamic; in CMake the property ENABLE_EXPORTS), so that the module finds its services there.
+// What is declared here is what the program itself calls.
 #pragma once
 
 #include "host/capabilities.h"
@@ -25,16 +26,18 @@ const char *standin_load(const char *path, StandinModule *module);
 // The address of a data symbol of the module, or null.
 void *standin_symbol(const StandinModule *module, const char *name);
 
-// The string of its descriptor, such as "imageName"; "unknown" without one. The module's.
+// Returns a text of the descriptor, such as that of "imageName", or "unknown" when the module has
+// none. The text belongs to the module.
 const char *standin_text(const StandinModule *module, const char *name);
 
+// Unloads the module. No image may be open.
 void standin_unload(StandinModule *module);
 
 // --- Handles --------------------------------------------------------------------------------
 
-// A handle for reading `file_name`, which is copied and opened exactly as it is; set name_is_exact
-// to 0 to have it searched for. The close procedure destroys the handle once it is open, also
-// without row buffers (-1); after an open that failed (0), vyn__free_obj does.
+// Makes a handle for reading `file_name`, which is copied and opened exactly as it is; set
+// name_is_exact to 0 to have it searched for. After an open that gave 1 or -1 the close procedure
+// destroys the handle; after an open that gave 0, vyn__free_obj does.
 ImageHandle *standin_new_reader(const char *file_name);
 
 // The same for writing, with a description: `width` by `height` pixels, `channels` 3 or 0 of
@@ -61,7 +64,7 @@ void standin_set_sink(StandinSink sink, void *context);
 
 // --- Faults ---------------------------------------------------------------------------------
 
-// The services. Those with a result that says so can fail; the others are only counted.
+// The services. Those up to STANDIN_FMT_INFO can fail; calls of the others are only counted.
 enum StandinService {
     STANDIN_MALLOC,
     STANDIN_SAVE,
@@ -83,7 +86,7 @@ enum StandinService {
     STANDIN_SERVICES
 };
 
-// Forgets all counts and faults, and lets the services keep errno.
+// Forgets all counts and faults; the services leave errno unchanged from now on.
 void standin_reset_faults();
 
 // Makes the n-th call of a service from now on (1 is the next) fail, and with `onwards` all after
