@@ -1,4 +1,4 @@
-// Times the built module, driven as a host drives it, beside its limits and its peers, in one run,
+// Times the built module in one run with its limits (bench.h) and its peers (libpng and libtiff),
 // and prints tables of ratios: times differ from machine to machine and from minute to minute,
 // ratios far less. `bench MODULE.so DIRECTORY [MODULE-BEFORE.so]`. Leaves speeds in
 // DIRECTORY/speed. Fails when a target is missed.
@@ -48,7 +48,7 @@ Bytes read_packets(const std::string &path)
     return Bytes(std::istreambuf_iterator<char>(file), {});
 }
 
-// --- The works ------------------------------------------------------------------------------
+// --- What is timed --------------------------------------------------------------------------
 
 void add(const std::string &name, const std::function<void()> &work)
 {
@@ -77,7 +77,8 @@ struct Subject {
 
 std::map<std::string, Subject> subjects; // by their names, for as long as the benchmark runs
 
-// Writes and reads the picture, before that is timed, and says whether all that comes out is right.
+// Adds reading and writing by a module. First writes and reads the picture once, untimed, and ends
+// the process when the packets or the samples are wrong.
 void add_module(const Subject &subject, const StandinModule &by, const std::string &suffix)
 {
     write_pix(by, subject.pix, subject.picture, nullptr);

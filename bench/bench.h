@@ -56,9 +56,9 @@ using Order = std::vector<int32_t>; // of scanlines
 void read_pix(const StandinModule &by, const std::string &path, const Order &order,
               const Picture *picture);
 
-// --- The least ------------------------------------------------------------------------------
-// What no host of the format can do without: the module's own codec between memory and one buffer
-// per channel, `rows`, and the same bytes read or written with large calls.
+// --- Limits ---------------------------------------------------------------------------------
+// The work that no program can avoid: the module's own codec between memory and `rows`, one buffer
+// for each channel, and the same bytes read or written with large calls.
 
 // Decode a whole picture, and return how many rows it has.
 int32_t decode_packets(const Bytes &packets, const std::vector<void *> &rows);
@@ -85,10 +85,10 @@ void read_tiff(const std::string &path, const std::vector<void *> &rows);
 
 // --- Tables ---------------------------------------------------------------------------------
 
-// Milliseconds that each work takes, by its name: "PICTURE/WORK", behind which " before" stands for
-// the module that the built one is compared with.
+// The milliseconds of each benchmark by its name, "PICTURE/WORK". A name that ends in " before" is
+// for the older module, with which the built one is compared.
 using Times = std::map<std::string, double>;
 
-// Leaves out what was not timed, and writes the data of scripts/speed.gnuplot to `path`. False when
-// a target is missed.
+// Prints the tables, without what was not timed, and writes the data of scripts/speed.gnuplot to
+// `path`. False when a target is missed.
 bool print_tables(const Times &times, const std::string &path);

@@ -5,7 +5,7 @@
 #include <stdlib.h>
 #include <tiffio.h>
 
-// libpng's way of failing is a jump; here nothing fails that should not end the benchmark.
+// libpng reports an error by a jump. Here every error may end the benchmark.
 [[noreturn]] static void give_up(png_structp, png_const_charp)
 {
     abort();

@@ -74,7 +74,7 @@ bool print_ratios(const Times &times)
 // The same with a column for each picture, for README.md.
 void print_markdown(const Times &times)
 {
-    printf("\n| time, as a multiple of | at most |");
+    printf("\n| what is timed: what its time is divided by | at most |");
     for (const char *picture : PICTURES) {
         printf(" %s |", picture);
     }
@@ -99,8 +99,8 @@ void print_markdown(const Times &times)
     printf("\n");
 }
 
-// Mpixel/s of reading, then of writing: a block each, with a line for each picture that the peers
-// take.
+// Writes Mpixel/s: a block for reading, then a block for writing. Each has a line for each picture
+// that was also timed with the peers.
 void write_speeds(const Times &times, const std::string &path)
 {
     std::ofstream file(path);

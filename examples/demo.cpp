@@ -126,7 +126,7 @@ Picture read_image(const StandinModule &module, const std::string &file,
     Picture picture(info.width, info.height, info.channel_count == 3, info.matte_count == 1,
                     info.aux_count == 1);
     for (const int32_t y : scanlines) {
-        void **buffers = nullptr; // the module's; hold this scanline until the next call
+        void **buffers = nullptr; // hold this scanline until the next call
         if (image->scanline_proc(image->priv->state, y, &buffers) != 0) {
             fail(file, "cannot read scanline " + std::to_string(y));
         }
@@ -163,7 +163,7 @@ void describe_module(const StandinModule &module)
     const CapabilityEntry *entry = nullptr;
     int32_t counts[3] = {};
     module.capability(&entry, &counts[0], &counts[1], &counts[2]);
-    for (; entry->label_set != 0; ++entry) { // an empty label ends either list
+    for (; entry->label_set != 0; ++entry) { // a label set of 0 ends the table, and a list
         printf("capability %d, %s:", entry->code, entry->label);
         for (const CapabilityChoice *row = entry->choices->rows; row->label_set != 0; ++row) {
             printf(" %d = %s;", row->value, row->label);

@@ -24,7 +24,7 @@ static bool print_means(const ImageHandle &image)
     }
     std::vector<double> means(names.size());
     for (int32_t y = info.height - 1; y >= 0; --y) { // from the top down, as the files hold them
-        void **rows = nullptr;                       // the module's; hold this scanline until the next call
+        void **rows = nullptr;                       // hold this scanline until the next call
         if (image.scanline_proc(image.priv->state, y, &rows) != 0) {
             return false;
         }

@@ -26,7 +26,7 @@ struct Picture {
     int32_t width;                             // pixels
     int32_t height;                            // rows
     std::array<std::vector<uint8_t>, 4> bytes; // red, green, blue, matte
-    std::vector<int32_t> depth;                // 1 (near) to PIX_DEPTH_LIMIT, which is nothing
+    std::vector<int32_t> depth;                // 1 (near) to PIX_DEPTH_LIMIT (nothing is there)
 };
 
 // Renders all five channels, for square pixels; both sizes are positive. Colour and matte (how much

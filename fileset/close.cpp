@@ -32,8 +32,8 @@ void pix_discard_file(PixFile *file, const char *name)
     errno = kept;
 }
 
-// Closes the whole set and releases what the state owns. `file_name` stands in a report for the
-// name of a main file that is its image's matte or depth; without it nothing is reported.
+// Closes the whole set and releases what the state owns. Reports show the plane's name, or else
+// `file_name`, for a main file that is its image's matte or depth. Without it nothing is reported.
 static void pix_close_set(PixState *state, const char *file_name)
 {
     for (PixPlane &plane : state->plane) {

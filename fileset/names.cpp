@@ -52,7 +52,7 @@ void pix_field_names(const char *name, char mode, PixNames *names)
 static const char *pix_directory_label(int kind)
 {
     if (kind != PIX_COMPANION_DEPTH && kind != PIX_COMPANION_MATTE) {
-        abort(); // GCOV_EXCL_LINE: the process ends before it counts
+        abort(); // GCOV_EXCL_LINE: the process ends before coverage is recorded
     }
     return pix_label(kind == PIX_COMPANION_DEPTH ? PIX_LABEL_DEPTH : PIX_LABEL_MATTE);
 }
@@ -64,9 +64,8 @@ static bool pix_have_directory(const char *path)
     return stat(path, &entry) == 0 || mkdir(path, 0777) == 0;
 }
 
-// Bytes of the path before the name of the file's directory: up to the second last '/', and with
-// it. A file at the root, whose only '/' comes first, has its companions in directories at the
-// root.
+// The length of the part of the path before the name of the file's directory, its '/' included. For
+// a file at the root, whose only '/' comes first, it is 1: the companions are below the root.
 static size_t pix_parent_length(const char *path, const char *last)
 {
     const char *above =

@@ -21,7 +21,7 @@ struct PixNames {
 void pix_field_names(const char *name, char mode, PixNames *names);
 
 // Returns the path of a colour or field file's companion, valid until the next call for any image.
-// With mode "w" makes its directory when that is missing. Returns null when a standard stream is
-// meant, and, with errno set, when the path does not fit or the directory cannot be made. Any
-// `kind` but the two stops the process.
+// With mode "w" makes the companion's directory when that is missing. Returns null for a standard
+// stream; or, with errno set, when the path does not fit or the directory cannot be made. A `kind`
+// that is not a PixCompanion ends the process.
 [[nodiscard]] const char *pix_companion_path(const char *path, const char *mode, int kind);

@@ -12,7 +12,7 @@
 struct PixMainOpen {
     PixState *state;
     PixPlane *plane;
-    PixNames names; // those of a search are replaced by the paths found
+    PixNames names; // after a search, the paths found
     const char *mode;
     bool writing;
     bool exact;     // the names are used as they are
@@ -68,7 +68,7 @@ static bool pix_resolve_field(const PixMainOpen *open, const char *list, char *n
     return name[0] == '\0' || pix_resolve(open, list, name) > 0;
 }
 
-// Closes what an attempt has opened, and removes it if it was made under `name`.
+// Closes the file that an attempt has opened. When writing, also removes it under `name`.
 static void pix_give_up(PixMainOpen *open, const char *name)
 {
     if (open->writing) {
@@ -102,7 +102,7 @@ static bool pix_try_pair(PixMainOpen *open, const char *list)
     if (!pix_resolve_field(open, list, found.even) || !pix_open_field(open, 0, found.even)) {
         const int reason = errno;
         if (open->exact && !found.is_field && pix_open_field(open, 1, found.odd)) {
-            errno = reason; // only the even file is missing
+            errno = reason; // the odd file is there: the reason is that of the even file
         }
         return false;
     }
@@ -118,9 +118,9 @@ static bool pix_try_pair(PixMainOpen *open, const char *list)
     return true;
 }
 
-// When writing, tries the name as a single file, under the search list. When reading, tries it as
-// it is and then under the list, as a single file and as a pair: first as what the name looks like.
-// An exact name is only tried as it is.
+// When writing, tries the name as a single file, under the search list. When reading, tries it both
+// as a single file and as a pair, each without the list and then with it; a name that looks like a
+// field's is tried as a pair first. An exact name is tried without the list only.
 static bool pix_search(PixMainOpen *open)
 {
     const char *list = open->exact ? nullptr : getenv("KV_IMG_DIR");

@@ -23,8 +23,8 @@ struct PixKindFacts {
     int32_t buffers;           // row buffers of the host, in the order of the kinds
     long header_size;          // bytes before the first row
     int32_t ImageInfo::*count; // where a description counts its channels
-    int companion;             // of fileset/names; of the colour file none
-    int32_t least_choice;      // the first channel choice that asks for it; all up to the last do
+    int companion;             // its PixCompanion; -1 for colour
+    int32_t least_choice;      // the lowest channel choice that includes this kind
 };
 constexpr PixKindFacts PIX_FACTS[] = {
     {PIX_COLOUR_CHANNELS, sizeof(PixHeader), &ImageInfo::channel_count, -1, PIX_CHANNELS_RGB},
@@ -62,20 +62,20 @@ struct PixState {
     PixDepthKind depth_kind;
     int32_t width;  // pixels
     int32_t height; // rows, those of both fields together
-    uint32_t row;   // the next file row: so many are read or written
+    uint32_t row;   // the next file row; also the number of rows read or written so far
     void **chan;    // row buffers of an image that is read; the host's
 
     // For read/position.
     PixPlace place;
-    bool seekable;       // every stream has been sought
-    uint32_t known_rows; // rows passed, so that the next one's start is known
+    bool seekable;       // every stream has made a seek without an error
+    uint32_t known_rows; // rows passed without a failure; the starts of rows 0 to this are known
     long *table;         // owned: the starts of all planes; null: not remembered
 };
 
 // Returns a block of the host's memory; or null, with vyn__err set and no message.
 [[nodiscard]] void *pix_allocate(size_t size);
 
-// Saves a string of the module's or the host's records. Returns 0, or PIX_NO_MEMORY, which it has
+// Stores a copy of `text`, made by STR_save, in `slot`. Returns 0, or PIX_NO_MEMORY, which it has
 // reported.
 [[nodiscard]] int pix_save_text(char **slot, const char *text);
 
@@ -83,8 +83,8 @@ struct PixState {
 // undecided channel choice. Returns the state, or null as pix_allocate does.
 [[nodiscard]] PixState *pix_attach_state(ImageHandle *handle);
 
-// Makes the main file, whose kind is not colour, the image's only one of that kind. The name stays
-// with the colour plane.
+// Moves the main file from the colour plane to the plane of `kind`. The name stays with the colour
+// plane.
 void pix_move_main_file(PixState *state, PixKind kind);
 
 // The name of the image that messages show: as it was found, or else as the host gave it.

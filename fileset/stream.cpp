@@ -40,10 +40,10 @@ bool pix_consume(FILE *, long)
 
 #endif
 
-// The size of a stream's buffer in bytes. System calls may take long, so writing gets a large
-// buffer, and so does a file that fits into it whole. Of a longer file, each row that is read out
-// of order fills a whole buffer, or two where the row lies across an edge: for such files a
-// thousandth of the file is a size that serves rows in order and out of order.
+// The size of a stream's buffer in bytes. System calls may take long, so a file that is written, or
+// that fits into a large buffer, gets a large one. In a longer file each row that is read out of
+// order fills the buffer once, or twice when the row crosses an edge: a thousandth of the file is a
+// size that serves rows in order and out of order.
 constexpr size_t PIX_LEAST_BUFFER = 4096;
 constexpr size_t PIX_LARGE_BUFFER = 65536;
 constexpr size_t PIX_BUFFERS_A_FILE = 1024;

@@ -21,6 +21,6 @@ bool pix_close_file(PixFile *file);
 // stream, or no other thread uses it.
 [[nodiscard]] PixSpan pix_look(FILE *fp);
 
-// Moves the stream's position by so many bytes within its buffer, onward or back. Returns false,
-// and does nothing, when the buffer does not reach so far.
+// Moves the stream's position by `bytes` (forward, or back when negative) within its buffer.
+// Returns false, and does nothing, when the new position is outside the buffer.
 bool pix_consume(FILE *fp, long bytes);

@@ -1,5 +1,5 @@
-// Bytes to header fields and back, the only place where that happens, and the rule by which the
-// headers of two fields make one. What a header's values mean for an image is left to the opens.
+// Converts bytes to header fields and back (no other file does that), and joins the headers of two
+// fields. What a header's values mean for an image is left to the opens.
 #include "format/header.h"
 
 #include <initializer_list>
@@ -34,8 +34,8 @@ void pix_format_header(const PixDepthHeader &header, uint8_t bytes[sizeof(PixDep
     pix_put_words(bytes, {header.magic >> 16, header.magic, header.width, header.height});
 }
 
-// The even height counts as signed where it is compared, and the sum is kept in 16 bits: a sum that
-// wraps is judged, like any other height, by its value.
+// The test for one row more takes the even height as signed. The sum is kept in 16 bits; a sum that
+// has wrapped is checked later like any other height.
 template <class Header>
 static bool pix_join_sizes(const Header &even, const Header &odd, Header *whole)
 {

@@ -49,9 +49,9 @@ void pix_parse_header(const uint8_t bytes[sizeof(PixDepthHeader)], PixDepthHeade
 void pix_format_header(const PixHeader &header, uint8_t bytes[sizeof(PixHeader)]);
 void pix_format_header(const PixDepthHeader &header, uint8_t bytes[sizeof(PixDepthHeader)]);
 
-// Joins the headers of the two fields of one kind: the even field's, with the rows of both, counted
-// in 16 bits. False when the fields do not belong together: widths, bits or magic differ, or the
-// even field holds neither as many rows as the odd one nor one more.
+// Joins the headers of the two fields of one kind: `whole` is the even field's header with the rows
+// of both fields, added in 16 bits. False when the fields do not belong together: widths, bits or
+// magic differ, or the even field has neither as many rows as the odd field nor one more.
 [[nodiscard]] bool pix_join_headers(const PixHeader &even, const PixHeader &odd, PixHeader *whole);
 [[nodiscard]] bool pix_join_headers(const PixDepthHeader &even, const PixDepthHeader &odd,
                                     PixDepthHeader *whole);

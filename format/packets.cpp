@@ -36,7 +36,8 @@ static inline __m128i pix_repeat(uint8_t value)
     return _mm_set1_epi8(static_cast<char>(value));
 }
 
-// A row while it is coded: a copy, so that the compiler knows that no store of a pixel changes it.
+// The state of a row while it is coded. It is a copy of the PixRow: the compiler could not rule out
+// that a store to a pixel changes the PixRow itself.
 template <int Channels>
 struct PixCursor {
     uint8_t *channel[Channels];
@@ -73,9 +74,9 @@ static inline void pix_fill(uint8_t *start, int32_t count, uint8_t value)
 }
 
 // Decodes packets one by one, at most `most` of them. Packet byte k belongs to channel
-// Channels - k: on disk blue comes first, in the buffers red. Most runs are short, and what costs
-// then is a length that the processor cannot predict: a short run is one store of fixed size, as
-// long as that stays inside the row. What it spills is overwritten by the packets that follow.
+// Channels - k: a packet has blue first, the buffers have red first. Most runs are short, and a
+// length that the processor cannot predict is slow. So a short run is one store of fixed size, as
+// long as the store stays inside the row; the packets that follow overwrite its surplus.
 template <int Channels>
 PIX_INLINE PixStop pix_decode_some(PixSpan *span, PixCursor<Channels> *to, int64_t most)
 {
@@ -102,8 +103,8 @@ PIX_INLINE PixStop pix_decode_some(PixSpan *span, PixCursor<Channels> *to, int64
     return PIX_STOP_ROW;
 }
 
-// Decodes groups of four packets with 1 to 4 pixels each, while they last. The counts of a group
-// choose a shuffle that gathers its 4 to 16 pixels of one channel.
+// Decodes groups of four packets with 1 to 4 pixels each, and stops before the first other packet.
+// The counts of a group choose a shuffle that gathers its 4 to 16 pixels of one channel.
 PIX_WITH_SHUFFLES static inline void pix_decode_groups(PixSpan *span, PixColourCursor *to)
 {
     while (span->end - span->at >= PIX_BLOCK && to->width - to->done >= PIX_BLOCK) {
@@ -127,8 +128,8 @@ PIX_WITH_SHUFFLES static inline void pix_decode_groups(PixSpan *span, PixColourC
     }
 }
 
-// Where a group does not fit, as many packets are decoded one by one, so that among long runs the
-// test for a group is made once in four.
+// When a group cannot be decoded at once, its four packets are decoded one by one. So among long
+// runs the test for a group is made only once for four packets.
 template <int Channels, bool Shuffle>
 PIX_INLINE PixStop pix_decode_row(PixSpan *span, PixRow *row)
 {
@@ -151,8 +152,8 @@ PIX_WITH_SHUFFLES static PixStop pix_decode_shuffling(PixSpan *span, PixRow *row
     return pix_decode_row<PIX_COLOUR_CHANNELS, true>(span, row);
 }
 
-// Passes over a row: packets of four blocks at a time while the row goes on behind them, then
-// packet by packet.
+// Passes over a row: adds up the counts of four blocks of packets at a time as long as the row does
+// not end in them, then packet by packet.
 static PixStop pix_pass_over(PixSpan *span, PixRow *row)
 {
     constexpr ptrdiff_t stretch = ptrdiff_t{4} * PIX_BLOCK;
@@ -187,11 +188,12 @@ PixStop pix_decode(PixSpan *span, PixRow *row, bool shuffle)
 }
 
 // --- Encoding -------------------------------------------------------------------------------
-// The row is passed over in blocks. The run that is open at the start of a block began at `done`;
-// it is cut as soon as it has PIX_MAX_RUN pixels, so it is shorter there.
+// The row is encoded in blocks. The run that is open at the start of a block began at `done`. There
+// it has fewer than PIX_MAX_RUN pixels, because a longer run is cut at the end of a block.
 
-// Appends `count` pixels equal to pixel `done`, at most two packets full. A packet is put together
-// as a number, its first byte lowest: bytes stored one by one and fetched together stall.
+// Appends a run of `count` pixels equal to pixel `done`, at most two full packets. A packet is
+// built as an integer with its first byte lowest: storing bytes and then loading them as a word
+// stalls the processor.
 template <int Channels>
 PIX_INLINE uint8_t *pix_put_run(PixCursor<Channels> *from, int32_t count, uint8_t *out)
 {
@@ -224,7 +226,7 @@ PIX_INLINE __m128i pix_go_on(const PixCursor<Channels> *from, int32_t at)
     return equal;
 }
 
-// The same for one pixel, where the row has no room for a block.
+// For one pixel, where the row has no room for a block: true when its run ends there.
 template <int Channels>
 static inline bool pix_ends_run(const PixCursor<Channels> *from, int32_t at)
 {
@@ -245,11 +247,11 @@ PIX_INLINE uint8_t *pix_put_ends(PixCursor<Channels> *from, int32_t at, uint32_t
     return out;
 }
 
-// For each pixel of a block that ends a run, how many pixels that run has, `open` of the first run
-// before the block.
+// Returns, at each pixel of a block that ends a run, the length of that run. `open` pixels of the
+// first run lie before the block.
 static inline __m128i pix_count_runs(__m128i go_on, int32_t open)
 {
-    // Pixels from the start of the first run to here, less those to the end of the run before.
+    // The length is the number of pixels up to here less that up to the end of the run before.
     const __m128i one_to_16 = _mm_setr_epi8(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16);
     const __m128i here = _mm_add_epi8(one_to_16, pix_repeat(static_cast<uint8_t>(open)));
     __m128i before = _mm_slli_si128(_mm_andnot_si128(go_on, here), 1);
@@ -260,8 +262,8 @@ static inline __m128i pix_count_runs(__m128i go_on, int32_t open)
     return _mm_sub_epi8(here, before);
 }
 
-// Where four runs or more end in a block, makes a packet of each of its pixels and squeezes out
-// those that end no run, four at a time. Where fewer end, one by one is faster.
+// Where four runs or more end in a block, makes a packet of every pixel and then removes the
+// packets of pixels that end no run, four packets at a time. Fewer runs are faster one by one.
 PIX_WITH_SHUFFLES static inline uint8_t *pix_put_block(PixColourCursor *from, int32_t at,
                                                        __m128i go_on, uint32_t ends, uint8_t *out)
 {

@@ -11,8 +11,8 @@ constexpr int32_t PIX_COLOUR_CHANNELS = 3;
 constexpr int32_t PIX_MATTE_CHANNELS = 1;
 constexpr size_t PIX_MAX_PACKET = 1 + PIX_COLOUR_CHANNELS; // bytes
 
-// True when the processor shuffles bytes (SSSE3), which makes short runs of colour fast. Whoever
-// codes rows passes it on; tests pass false, too. Set when the module is loaded.
+// True when the processor has SSSE3, for byte shuffles, and POPCNT; they make short runs of colour
+// fast. Callers pass it to the codec; tests pass false, too. Set when the module is loaded.
 extern const bool pix_can_shuffle;
 
 // A row on its way between packets and pixels.
@@ -33,12 +33,12 @@ struct PixSpan {
 enum PixStop {
     PIX_STOP_ROW,  // the row is complete
     PIX_STOP_SPAN, // no whole packet is left in the span
-    PIX_STOP_WIDTH // the counts pass the row's width, which a row that is passed over may
+    PIX_STOP_WIDTH // the counts exceed the row's width; not an error when a row is passed over
 };
 
-// Decodes whole packets from the span's start into the row, from pixel `done` on, and moves both
-// past them. A packet whose count passes the width is taken from the span but not stored. Writes
-// no byte behind the width; the pixels from `done` to there are undefined until the row is
+// Decodes whole packets from the start of the span into the row, from pixel `done` on, and moves
+// the span and `done` past them. A packet whose count exceeds the width is taken from the span but
+// not stored. Writes no byte beyond the width; pixels from `done` on are undefined until the row is
 // complete.
 [[nodiscard]] PixStop pix_decode(PixSpan *span, PixRow *row, bool shuffle);
 

@@ -1,5 +1,5 @@
-// Tables of byte shuffles for packets of colour, made by the compiler. A shuffle says for each of
-// 16 bytes which byte of a group of four packets comes there.
+// Tables of byte shuffles for packets of colour, made by the compiler. A shuffle gives, for each of
+// 16 result bytes, the byte of a group of four packets that is copied there.
 #pragma once
 
 #include <stddef.h>
@@ -10,8 +10,8 @@ struct PixShuffles {
     uint8_t from[Count][16];
 };
 
-// For the pixels of a group: bits 2k and 2k + 1 of the index are the count of packet k less one.
-// The bytes are those of red, which stand last in their packets. Behind the pixels stands anything.
+// Spreads a group to its pixels: bits 2k and 2k + 1 of the index are the count of packet k less
+// one. The bytes are those of red, the last of a packet. Bytes after the pixels are not used.
 constexpr PixShuffles<256> PIX_SPREADS = [] {
     PixShuffles<256> spreads = {};
     for (size_t index = 0; index < 256; ++index) {
@@ -28,7 +28,7 @@ constexpr PixShuffles<256> PIX_SPREADS = [] {
     return spreads;
 }();
 
-// For the packets of a group that are kept: bit k of the index says that packet k is.
+// Gathers the packets of a group that are kept: bit k of the index is set to keep packet k.
 constexpr PixShuffles<16> PIX_SQUEEZES = [] {
     PixShuffles<16> squeezes = {};
     for (size_t index = 0; index < 16; ++index) {

@@ -8,9 +8,9 @@
 
 #include "host/vyn.h"
 
-// Capability codes. An open for reading takes requests of the first, one for writing of the second;
-// the last one counts. Any other code gives a warning, PIX_UNSUPPORTED, and the requests after it
-// are ignored.
+// Capability codes. An open for reading accepts requests with the first code, an open for writing
+// with the second; the last request counts. A request with any other code gives a warning,
+// PIX_UNSUPPORTED, and the requests after it are ignored.
 enum { PIX_CAP_INPUT_CHANNELS = 0, PIX_CAP_OUTPUT_CHANNELS = 1 };
 
 // Channel choices, the values of requests. Undecided, or no request at all, means all; a value that

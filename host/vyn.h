@@ -4,7 +4,7 @@
 // for it. Bytes called `host_*` belong to the host alone.
 //
 // Order: imageInit once, after loading; then imageCapability and imageIsFile at any time, and for
-// each image a new handle, one open, its scanlines and one close. Several may be open at once.
+// each image a new handle, one open, its scanlines and one close. Several images may be open.
 // Threads: any thread may call. Only one call may run at a time, whatever its image, except that
 // imageIsFile may run at the same time as any other call.
 // Failures: a code in vyn__err, which host/messages.h (for C++ only) explains, and a message.
@@ -36,8 +36,8 @@ static_assert(sizeof(ImageWindow) == 16 && PIX_AT(ImageWindow, x_min, 0) &&
 
 // Reading: the open makes the record with ERR_malloc, has vyn__init_ifd fill it, and sets every
 // field that is not called `host_*`, except the types and widths: of these only aux_width, when
-// there is depth. The module does not use the record after the open, and releases neither the record
-// nor its strings, which are copies by STR_save.
+// there is depth. The module does not use the record after the open, and releases neither the
+// record nor its strings, which are copies by STR_save.
 //
 // Writing: the host makes the record and fills data_window and the fields from channel_format on.
 // The open may set matte_count and aux_count to 0. The record need not outlive the open.
@@ -88,9 +88,9 @@ typedef struct PixState PixState; // the module's own record of an open image; o
 
 // Moves one row between the image and row buffers. `state` is PixPrivate::state. The files begin
 // with scanline height - 1 and end with scanline 0. Row buffers are an array of rows in the order
-// red, green, blue, matte, depth, without those that the image has not; a row has one byte a pixel,
-// for depth one int32_t. The result is left in vyn__err too: 0; -2, PIX_BAD_SCANLINE, when there is
-// no scanline `y` or, in writing, it is not the next one; -18, PIX_READ_FAILED; -20,
+// red, green, blue, matte, depth, without the channels that the image does not have; a row has one
+// byte a pixel, for depth one int32_t. The result is left in vyn__err too: 0; -2, PIX_BAD_SCANLINE,
+// when there is no scanline `y` or, in writing, `y` is not the next one; -18, PIX_READ_FAILED; -20,
 // PIX_WRITE_FAILED. After -2 nothing was done, and other scanlines may follow. A null `state` gives
 // -2 as well, without a message.
 //
@@ -100,7 +100,7 @@ typedef struct PixState PixState; // the module's own record of an open image; o
 // be asked for: those that the files hold before the damage are read correctly; from the damage on,
 // a row may come from a wrong place, with result 0. After a seek that failed, the files may stand
 // at different rows. Every later call then first seeks all files to a row that is known, or fails
-// with -18 too, so that no row is put together from two.
+// with -18 too, so that no result mixes channels of different rows.
 //
 // Writing takes scanlines from height - 1 down to 0. `rows` is the array itself, a `void **`. Array
 // and rows are the host's and are used during the call alone. The depth row must be writable: its
@@ -110,12 +110,12 @@ typedef int32_t (*ScanlineProc)(PixState *state, int32_t y, void *rows);
 
 // Closes an image, once, whether or not all scanlines were read or written: closes the files, gives
 // the row buffers of an image that was read to vyn__chan_free, and at last the handle to
-// vyn__free_obj. It does so in any case. Result: vyn__err, which is 0 at the start of the close and
-// becomes -20, PIX_WRITE_FAILED, when a file could not be closed and may be incomplete. Scanlines
-// that were never written are no failure: the host counts them. After a failed open nothing is left
-// to be closed, and with a null private block or state nothing was ever open: the close sets
-// vyn__err to 0 and destroys the handle. A null handle gives 0 and changes nothing. Standard input
-// and output are neither closed nor flushed.
+// vyn__free_obj. It does so in any case. The result is vyn__err, which is 0 at the start of the
+// close and becomes -20, PIX_WRITE_FAILED, when a file could not be closed and may be incomplete.
+// Scanlines that were never written are no failure: the host counts them. After a failed open
+// nothing is left to be closed, and with a null private block or state nothing was ever open: the
+// close sets vyn__err to 0 and destroys the handle. A null handle gives 0 and changes nothing.
+// Standard input and output are neither closed nor flushed.
 typedef int32_t (*CloseProc)(ImageHandle *handle);
 
 // --- The handle -----------------------------------------------------------------------------
@@ -138,11 +138,11 @@ static_assert(sizeof(CapabilityRequest) == 8 && PIX_AT(CapabilityRequest, code, 
               "the host's layout");
 
 // One image being read or written. The host makes a handle for each open; vyn__free_obj destroys
-// it. The host sets the fields that say so, and keeps what they point to: file_name until the
-// close, the others until the open returns. A read open sets all fields that are not called
-// `host_*`, with strings by STR_save; a write open sets priv and the procedures. The opens
-// overwrite these fields without reading them: a host that sets the pointers to null before the
-// open sees after a failure, by those that are not null, what the open has made. The module
+// it. The host sets the fields that are marked "set by the host", and keeps what they point to:
+// file_name until the close, the others until the open returns. A read open sets all fields that
+// are not called `host_*`, with strings by STR_save; a write open sets priv and the procedures. The
+// opens overwrite these fields without reading them: a host that sets the pointers to null before
+// the open sees after a failure, by those that are not null, what the open has made. The module
 // releases nothing of it; vyn__free_obj does.
 struct ImageHandle {
     PixPrivate *priv;
@@ -186,10 +186,10 @@ static_assert(sizeof(ImageHandle) == 312 && PIX_AT(ImageHandle, priv, 0) &&
 typedef struct CapabilityEntry CapabilityEntry;
 
 // The descriptor is a set of variables that the host looks up by name: numbers are
-// `const int32_t`, texts `const char *`. imageInit makes its texts imageName and imageExtension with
-// STR_define, and imageNameSyntax with STR_save, in the words of the catalogue that is open now.
-// Returns 1; or 0, with neither code nor message, when memory is exhausted: the names that are not
-// made are null. The module does not release the names.
+// `const int32_t`, texts `const char *`. imageInit makes its texts imageName and imageExtension
+// with STR_define, and imageNameSyntax with STR_save, in the words of the catalogue that is open
+// now. Returns 1; or 0, with neither code nor message, when memory is exhausted: the names that are
+// not made are null. The module does not release the names.
 int32_t imageInit(void);
 
 // Hands out the capability table and counts its entries, those for reading and those for writing.
@@ -197,9 +197,10 @@ int32_t imageInit(void);
 void imageCapability(const CapabilityEntry **table, int32_t *input_count, int32_t *output_count,
                      int32_t *entry_count);
 
-// Returns 1 when the first 12 bytes of the file, and in doubt its name, are those of a PIX file,
-// else 0, also when they cannot be read. Opens `name` unless `stream` is given; a given stream
-// stays open and stands after the last byte read. Leaves neither code nor message.
+// Returns 1 when the first 12 bytes of the file are those of a PIX file; when the bytes leave a
+// doubt, the name decides. Returns 0 otherwise, also when the bytes cannot be read. Opens `name`
+// unless `stream` is given. A given stream is read from its start if it can seek, stays open and
+// stands after the last byte read. Leaves neither code nor message.
 uint8_t imageIsFile(const char *name, FILE *stream);
 
 // Opens an image for reading, with the companions that are asked for and exist: those of
@@ -227,11 +228,11 @@ int32_t imageReadOpen(ImageHandle *handle);
 // 0 at the start, and with result 1 it may have the code of a warning: PIX_UNSUPPORTED, an unknown
 // request; PIX_CANNOT_OPEN, a companion that cannot be made.
 //
-// A companion of a colour image that is not asked for or cannot be made is left out: its count in
-// `info` is then 0, and its buffer is not among the rows. An image without colour is written as its
-// matte alone, or without one as its depth. With a channel_count other than 3 and 0, the companions
-// are written beside an empty main file. Sizes are not checked: the header keeps their low 16 bits,
-// and no reader takes a picture of more than 16,383 pixels either way.
+// A companion that is not asked for, or that cannot be made, is left out of a colour image: its
+// count in `info` is then 0, and its buffer is not among the rows. An image without colour is
+// written as its matte alone or, if it has no matte, as its depth. With a channel_count other than
+// 3 and 0, the companions are written beside an empty main file. Sizes are not checked: the header
+// keeps their low 16 bits, and no reader takes a picture wider or higher than 16,383 pixels.
 int32_t imageWriteOpen(ImageHandle *handle);
 
 #pragma GCC visibility pop

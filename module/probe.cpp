@@ -24,7 +24,7 @@ static bool pix_is_pix(const char *name, const uint8_t bytes[PIX_PROBE_SIZE])
         (header.bits != PIX_MATTE_BITS && header.bits != PIX_COLOUR_BITS)) {
         return false;
     }
-    // The width, not the height, less one.
+    // The y offset is compared with the width less one, although writers store the height less one.
     if ((header.x_offset == 0 && header.y_offset == header.width - 1) ||
         header.width != PIX_SGI_MAGIC) {
         return true;

@@ -11,9 +11,9 @@
 
 // --- Headers --------------------------------------------------------------------------------
 
-// Reads the header of a plane, which leaves its streams at their first rows; of a field pair, both
-// headers, joined. False when one is short or too large, or, with a message, when the two do not
-// belong together.
+// Reads the header of a plane (of a field pair both headers, which it joins) and leaves the streams
+// at their first rows. False when a header is cut short or a size is too large; or, with a message,
+// when the two fields do not belong together.
 template <class Header>
 [[nodiscard]] static bool pix_read_header(const PixState *state, PixKind kind, Header *header)
 {
@@ -53,8 +53,8 @@ static void pix_drop_companion(PixState *state, PixKind kind, ImageInfo *info)
     info->*PIX_FACTS[kind].count = 0;
 }
 
-// Finds out what the main file holds. A matte has no companions: they are open only if the file has
-// changed since its first look.
+// Finds out what the main file holds. A matte has no companions. They are open only if the file was
+// changed between the first look at its bits (pix_open_file_set) and this one.
 static int pix_check_main_header(ImageHandle *handle, PixState *state, PixHeader *header)
 {
     const char *name = pix_shown_name(handle, state);
@@ -134,8 +134,8 @@ static int pix_describe_texts(ImageHandle *handle)
                    : pix_save_text(&handle->compression, pix_label(PIX_LABEL_COMPRESSION));
 }
 
-// Gives the image the label and the aspect of the first standard format of its size: of one whose
-// name begins with the format's, or else with "vorla", or of any.
+// Gives the image the label and the aspect of the first standard format of its size: first of those
+// whose names begin with the handle's format name, then of those with "vorla", then of all.
 static int pix_describe_format(const ImageHandle *handle, ImageInfo *info)
 {
     info->width = info->data_window.x_max + 1;

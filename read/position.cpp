@@ -19,7 +19,7 @@ void pix_start_table(PixState *state)
     if (pix_is_standard_stream(state->plane[main].file[0].fp)) {
         return;
     }
-    // For colour and matte the starts of every row and, past the last, of one more per field.
+    // For colour and matte: the start of every row, and of one row per field after the last row.
     const int kept = errno;
     const size_t entries = static_cast<size_t>(state->height) + state->fields;
     state->table = static_cast<long *>(malloc(2 * entries * sizeof(long)));
@@ -34,8 +34,8 @@ void pix_start_table(PixState *state)
     errno = kept;
 }
 
-// Where the first row from `row` on begins in a file of one kind and field, when that is known.
-// Without a table it is for rows of samples, and for the first of a file.
+// Returns where the first row from `row` on begins in the file of one kind and field. Without row
+// starts the result is right only for rows of samples, and for the first row of a file.
 static long pix_row_start(const PixState *state, PixKind kind, uint32_t field, uint32_t row)
 {
     const PixPlane *plane = &state->plane[kind];

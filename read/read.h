@@ -12,10 +12,10 @@
 [[nodiscard]] int pix_next_row(PixState *state, void *const *rows);
 
 // Reads the depth row at which the stream stands into `buffer`. Integer samples are carried
-// unchanged, float samples become two levels (format/depth). Any `kind` but the two stops the
-// process. Returns 0, or PIX_READ_FAILED when the row ends early, and leaves the same in vyn__err;
-// the buffer then holds integer samples as the file has them, or the float samples converted so
-// far.
+// unchanged, float samples become two levels (format/depth). A `kind` that is not a PixDepthKind
+// ends the process. Returns 0, or PIX_READ_FAILED when the row ends early, and leaves the same in
+// vyn__err; the buffer then holds integer samples as the file has them, or the float samples
+// converted so far.
 [[nodiscard]] int32_t pix_read_depth_row(FILE *fp, int32_t width, int32_t kind, int32_t *buffer);
 
 // Makes the table of row starts of an image whose files stand at their first rows. There is no

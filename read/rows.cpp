@@ -67,7 +67,7 @@ static int pix_read_floats(FILE *fp, size_t count, int32_t *buffer)
 int32_t pix_read_depth_row(FILE *fp, int32_t width, int32_t kind, int32_t *buffer)
 {
     if (kind != PIX_DEPTH_INT && kind != PIX_DEPTH_FLOAT) {
-        abort(); // GCOV_EXCL_LINE: the process ends before it counts
+        abort(); // GCOV_EXCL_LINE: the process ends before coverage is recorded
     }
     const auto count = static_cast<size_t>(width);
     if (kind == PIX_DEPTH_FLOAT) {

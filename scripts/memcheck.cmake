@@ -1,5 +1,5 @@
-# Has valgrind watch the tests of the release build that no shell runs, for valgrind would watch the
-# shell: `ctest -S`, run by scripts/memcheck.
+# Runs the tests of the release build under valgrind (scripts/memcheck calls it with `ctest -S`).
+# Tests that a shell script runs are left out, because valgrind would check the shell.
 set(CTEST_SOURCE_DIRECTORY ${CMAKE_CURRENT_LIST_DIR}/..)
 set(CTEST_BINARY_DIRECTORY ${CTEST_SOURCE_DIRECTORY}/build/release)
 find_program(CTEST_MEMORYCHECK_COMMAND valgrind REQUIRED)

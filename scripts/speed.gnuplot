@@ -1,5 +1,6 @@
-# `gnuplot -c speed.gnuplot DATA SVG` draws what bench measured: reading above writing, a group of bars for
-# each picture. DATA has a block for each, with lines of: picture, and Mpixel/s in the order of the names.
+# `gnuplot -c speed.gnuplot DATA SVG` draws what bench measured: reading above writing, with a group
+# of bars for each picture. DATA has a block for reading and a block for writing. A line of a block
+# has the name of a picture, and its Mpixel/s in the order of `names`.
 set terminal svg size 900,700 dynamic background "white" font "sans-serif,13"
 set output ARG2
 array names[4] = ["this module", "its limit", "libtiff, PackBits", "libpng, level 1"]

@@ -1,4 +1,4 @@
-// Loading modules, and the handles: who owns what hangs on them.
+// Loading modules; making handles and releasing everything that belongs to them.
 #include "standin/faults.h"
 #include "standin/standin.h"
 

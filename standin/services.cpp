@@ -170,8 +170,8 @@ void vyn__chan_free(void **rows)
     free_rows(rows);
 }
 
-// A name from the root is not searched for, and an empty list is none. An empty element of a list
-// is the current directory.
+// A name that begins with "/" is not searched for. An empty list is treated as no list. An empty
+// element of a list is the current directory.
 const char *vyn__build_handle(const char *search_list, const char *name, const char *suffix)
 {
     static std::string path;

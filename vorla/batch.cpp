@@ -33,7 +33,7 @@ std::string take_text(int file)
     return text.substr(0, static_cast<size_t>(std::max<ssize_t>(count, 0)));
 }
 
-// Those of pictures that follow each other. The processes are ended with it.
+// The workers of consecutive pictures. The destructor ends their processes.
 struct Workers {
     std::deque<Worker> list;
     int running = 0;
@@ -61,7 +61,7 @@ struct Workers {
             fail_system("", "cannot start a process");
         }
         if (worker.process == 0) {
-            (void)prctl(PR_SET_PDEATHSIG, SIGTERM); // nobody is left to read the results
+            (void)prctl(PR_SET_PDEATHSIG, SIGTERM); // end with the parent, who reads the results
             (void)dup2(worker.files[0], STDOUT_FILENO);
             (void)dup2(worker.files[1], STDERR_FILENO);
             _exit(attempt_all([&] { return work(picture); }));
@@ -78,7 +78,7 @@ struct Workers {
             check_interrupt();
             process = waitpid(-1, &status, 0);
         }
-        for (Worker &worker : list) { // none of them, if it was started before this program
+        for (Worker &worker : list) { // has no match for a child that this process inherited
             if (worker.process == process) {
                 worker.process = 0;
                 worker.status = status;

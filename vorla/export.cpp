@@ -12,8 +12,8 @@
 
 namespace {
 
-// The format of the outputs. Throws a Failure, EXIT_USAGE, when nothing tells, or when it does not
-// go with the options.
+// Returns the format of the outputs. Throws a Failure, EXIT_USAGE, when neither the options nor the
+// name give a format, or when the format does not go with the options.
 const PictureFormat &choose_format(const Options &options)
 {
     const bool standard = options.output == "-";
@@ -23,7 +23,8 @@ const PictureFormat &choose_format(const Options &options)
     refuse_if(!format, name, "cannot export",
               is_directory(name) ? " to a directory: --to png or --to exr is missing"
                                  : ": the name ends in neither .png nor .exr; --to says which");
-    refuse_if(!format->start, name, "cannot write ", format->words, ": vorla was built without");
+    refuse_if(!format->start, name, "cannot write ", format->words,
+              ": this vorla was built without support for it");
     refuse_if(standard && format->has_linear, name, "cannot export: only PNG can be written there");
     refuse_if((options.linear || options.depth_samples == "float") && !format->has_linear, name,
               "cannot export: --linear and --depth float are for OpenEXR");

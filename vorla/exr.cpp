@@ -25,8 +25,8 @@ constexpr int NO_THREADS = 0; // all work is done in the calling thread
 
 // --- Samples --------------------------------------------------------------------------------
 
-// The channel of each row of a picture. When that is `grey`, Y is all of its colour, which stands
-// in the first row, or its matte if there is no colour.
+// The channel of each row of a picture, "" where the file has none. With `grey`, Y is the colour,
+// read into its first row, or the matte if there is no colour.
 Names channels_of(const PictureShape &shape, bool grey)
 {
     Names channels;
@@ -42,7 +42,7 @@ Names channels_of(const PictureShape &shape, bool grey)
     return channels;
 }
 
-// The fractions of all bytes, each with `more` added. To the linear ones the sRGB curve is applied.
+// Returns (byte + `more`) / 255 for every byte; with `linear`, converted from sRGB to linear light.
 std::vector<float> fractions_of_bytes(double more, bool linear)
 {
     std::vector<float> fractions;
@@ -68,8 +68,8 @@ struct ByteScale {
             guesses.push_back(static_cast<uint8_t>(step - steps.begin()));
         }
     }
-    // Returns how many of the samples were clamped. The pointers spare the loop from looking where
-    // the vectors are after each byte that is written.
+    // Returns how many of the samples were clamped. The local pointers let the compiler keep the
+    // vectors' addresses in registers: a written byte could alias them.
     int64_t convert(const std::vector<int32_t> &words, uint8_t *bytes) const
     {
         const float *step = steps.data();
@@ -106,8 +106,8 @@ std::string size_of(const Imath::Box2i &window)
 }
 
 // The first part of a file; its data window is the picture. Y is read as grey when there is no R, G
-// or B. Fractions are rounded to bytes and clamped; depths are rounded and clamped to whole numbers
-// of 31 bits, and are PIX_DEPTH_LIMIT where they are no numbers.
+// or B. Fractions are rounded to bytes and clamped. Depths are rounded and clamped to whole numbers
+// of 31 bits; infinity and NaN become PIX_DEPTH_LIMIT.
 struct ExrReader final : RowReader {
     ExrStream stream;
     const Options &options;
@@ -119,10 +119,10 @@ struct ExrReader final : RowReader {
     RowBuffers words{PictureShape()}; // a row of the file's samples; zeros without a channel
     std::vector<ByteScale> scales;    // of the rows; the last is not used for depths
     int64_t samples = 0;              // of the file, without depths
-    int64_t clamped = 0;              // of these, and of depths:
-    int64_t rounded = 0;
-    int64_t limited = 0;
-    int64_t endless = 0;
+    int64_t clamped = 0;              // samples that were outside 0 to 1
+    int64_t rounded = 0;              // depths that were no whole numbers
+    int64_t limited = 0;              // depths that were outside the range
+    int64_t endless = 0;              // depths that were infinite or NaN
 
     ExrReader(FILE *input, const std::string &name, const Options &chosen)
         : stream(input, name), options(chosen)

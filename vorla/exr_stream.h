@@ -1,4 +1,5 @@
-// The streams of OpenEXR on those of the C library, and what its exceptions become.
+// OpenEXR's stream interface on a stream of the C library, and the conversion of OpenEXR's
+// exceptions to Failures.
 #pragma once
 
 #include "vorla/report.h"

@@ -178,8 +178,8 @@ void Outputs::add_stale(const std::string &name)
     entries.push_back({name, "", {nullptr, fclose}, true});
 }
 
-// Gives a file its name, or removes one that is stale. Returns what has become of it, "" when
-// nothing has. `done` ends the message of a failure.
+// Gives a file its name, or removes a stale file. Returns words on what was done, or "". `done`,
+// which tells what was done before, is added to the message of a failure.
 std::string Outputs::place(const Entry &entry, const std::string &done) const
 {
     const char *from = entry.temporary.c_str();
@@ -197,7 +197,7 @@ std::string Outputs::place(const Entry &entry, const std::string &done) const
     if (lstat(to, &old) == 0 && S_ISREG(old.st_mode)) {
         (void)chmod(from, old.st_mode & 07777);
     }
-    // Without `overwrite` this takes nobody's name, where the file system can tell.
+    // Without `overwrite` this fails when the name is taken, where the file system supports that.
     const unsigned how = overwrite ? 0 : RENAME_NOREPLACE;
     const bool placed = renameat2(AT_FDCWD, from, AT_FDCWD, to, how) == 0 ||
                         ((errno == EINVAL || errno == ENOSYS) && rename(from, to) == 0);

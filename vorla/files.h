@@ -1,7 +1,7 @@
-// Files in the making: each has a temporary name in the directory of its final one until all of
-// them are put in place. What is not put in place is removed with the Outputs. What goes to a
-// device or a pipe is spooled to a temporary file without a name, and so is standard input where
-// one must move about in it.
+// Files in the making: each has a temporary name in the directory of its final name until all of
+// them are put in place. The destructor of Outputs removes files that were not put in place. Output
+// to a device or a pipe is first written to a temporary file without a name; and standard input is
+// copied to such a file when it cannot seek.
 #pragma once
 
 #include "vorla/report.h"
@@ -13,9 +13,9 @@ using File = std::unique_ptr<FILE, int (*)(FILE *)>; // fclose
 // Throws a Failure, EXIT_IO, with the system's reason unless a call was good.
 void check_call(bool good, const std::string &file, const std::string &what);
 
-// Readies a file for reading. Standard input, "-" or "/dev/stdin", is read to its end into a
-// temporary file, which takes its place, when it is a pipe or a terminal. Throws a Failure, also
-// for the name of a pipe.
+// Prepares a file for reading. When standard input ("-" or "/dev/stdin") cannot seek, it is read to
+// its end into a temporary file, which then replaces it. Throws a Failure; also when the file is a
+// pipe that has a name.
 void ready_input(const std::string &name);
 
 // Does the same, and opens the file. Throws a Failure.
@@ -58,8 +58,8 @@ class Outputs {
     // Adds a file to be removed, which need not exist.
     void add_stale(const std::string &name);
 
-    // Gives all files their final names and removes those that are to be: the first added last.
-    // A file that is replaced leaves its mode to the new one.
+    // Gives all files their final names and removes the stale ones, in reverse order: the file that
+    // was added first comes last. A file that is replaced leaves its mode to the new one.
     void put_in_place();
 
   private:

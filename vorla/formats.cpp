@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
-// Defined in png.cpp and exr.cpp, of which a program without OpenEXR does not hold the latter.
+// Defined in png.cpp and exr.cpp. A program that is built without OpenEXR has no exr.cpp.
 OpenPicture open_png;
 StartPicture start_png;
 [[gnu::weak]] OpenPicture open_exr;

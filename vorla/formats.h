@@ -9,8 +9,8 @@
 #include <memory>
 #include <string_view>
 
-// The functions of a format throw a Failure, take `name` for messages, and leave the stream to the
-// caller, which must outlive the result.
+// The functions of a format throw a Failure and use `name` for messages. They do not close the
+// stream, which must outlive the result.
 using OpenPicture = std::unique_ptr<RowReader>(FILE *stream, const std::string &name,
                                                const Options &options);
 using StartPicture = std::unique_ptr<RowWriter>(FILE *stream, const std::string &name,
@@ -25,17 +25,18 @@ struct PictureFormat {
     StartPicture *start; // the same
 };
 
-// The format of that name ("png"), of that file name's extension or of what the stream, which is
-// not moved, begins with; null when there is none.
+// Each finds the format: by its name ("png"), by the extension of a file name, or by the first
+// bytes of a stream, which is then rewound. Null when there is none.
 [[nodiscard]] const PictureFormat *format_named(const std::string &name);
 [[nodiscard]] const PictureFormat *format_of_name(const std::string &file);
 [[nodiscard]] const PictureFormat *format_of_stream(FILE *stream);
 
-// What else than a PIX file begins with these bytes, such as "a PNG file"; "" when nobody knows.
+// Names the kind of file, other than PIX, that these bytes begin, such as "a PNG file"; "" if it is
+// not known.
 [[nodiscard]] std::string what_begins_with(const uint8_t *bytes, size_t size);
 
-// What a view of a depth shows: `nearest` is white and `farthest` black, as is all from
-// PIX_DEPTH_LIMIT on, which is no part of the scale. Empty when nearest > farthest.
+// The scale of a view of a depth: `nearest` is white and `farthest` black. Depths from
+// PIX_DEPTH_LIMIT on are black too and do not count for the scale. Empty when nearest > farthest.
 struct DepthRange {
     int32_t nearest = INT32_MAX;
     int32_t farthest = INT32_MIN;

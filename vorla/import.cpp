@@ -31,7 +31,8 @@ std::unique_ptr<RowReader> open_picture(FILE *file, const std::string &name, con
     }
     refuse_if((options.linear || options.depth_scale != 1) && !format->has_linear, name,
               "cannot import: --linear and --depth-scale are for OpenEXR");
-    refuse_if(!format->open, name, "cannot read ", format->words, ": vorla was built without");
+    refuse_if(!format->open, name, "cannot read ", format->words,
+              ": this vorla was built without support for it");
     return format->open(file, name, options);
 }
 
@@ -45,9 +46,9 @@ Names files_of_set(const std::string &output, const PictureShape &shape)
                         : Names{output};
 }
 
-// Throws a Failure unless the set can be made of `input`: it is no file of its own, its name is one
-// that a set can have, and, unless files are overwritten, neither a file of it nor a field is
-// there.
+// Throws a Failure unless the set can be written: no file of the set is `input` or its own
+// companion, the name is not that of a field or a device, and, without `overwrite`, no file of the
+// set and no field file of the picture exists.
 void check_set(const Options &options, const std::string &input, const Names &set)
 {
     const std::string &output = set[KIND_MAIN];
@@ -68,7 +69,7 @@ void check_set(const Options &options, const std::string &input, const Names &se
     for (const std::string &field : {fields.even, fields.odd}) {
         if (!options.overwrite && access(field.c_str(), F_OK) == 0) {
             throw Failure(EXIT_IO, output, "cannot write: there is the field ", field,
-                          ", which the picture would hide; -f makes it all the same");
+                          ", which the picture would hide; -f writes it anyway");
         }
     }
 }
@@ -100,8 +101,8 @@ PictureShape chosen_shape(PictureShape shape, int32_t channels)
     return shape;
 }
 
-// Ends with the module's own words, if it has had any. They name the files by the last part of
-// their temporary names.
+// Throws the last message of the module, if there is one; earlier messages are printed. In messages
+// the temporary name of a file is replaced by its final name.
 [[noreturn]] void fail_in_module(const std::string &output, const std::string &temporary)
 {
     check_interrupt(); // it may be the reason
@@ -112,7 +113,7 @@ PictureShape chosen_shape(PictureShape shape, int32_t channels)
         if (at != std::string::npos) {
             words.replace(at, temporary.size(), file_part(output));
         }
-        complain(output, words); // the last is not said twice
+        complain(output, words); // the Failure repeats the last one, which is not printed again
     }
     throw Failure(EXIT_IO, output, words);
 }
@@ -149,7 +150,8 @@ bool write_picture(const Session &session, const std::string &main, const Pictur
     return good;
 }
 
-// Companions are told from the name of the directory, which must then be its own.
+// The module derives the companions' paths from the name of the directory, so a link to a directory
+// is replaced by its target.
 std::string set_name(const std::string &output)
 {
     const std::string name = plain_name(output);

@@ -7,8 +7,8 @@
 
 namespace {
 
-// Takes the numbers of standard streams that are closed, so that no picture gets one and is read or
-// written in its place. What is tried on them fails.
+// Opens /dev/null for each standard stream that is closed, so that no picture gets its number and
+// is read or written as that stream. Reading from it, or writing to it, fails.
 void occupy_standard_streams()
 {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {

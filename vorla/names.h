@@ -7,22 +7,22 @@
 
 using Names = std::vector<std::string>;
 
-// Whether there is more to the name than this end, in letters of either case.
+// Whether the name ends in `end`, in upper or lower case, and is longer than it.
 [[nodiscard]] bool ends_in(const std::string &name, const std::string &end);
 
 // Whether both names lead to one file that is there.
 [[nodiscard]] bool is_same_file(const std::string &one, const std::string &other);
 
-// True unless the name is known to be no file's: what cannot be looked at may be there.
+// False only when it is certain that there is no file of this name.
 [[nodiscard]] bool may_exist(const std::string &path);
 
 // The part of a path behind its last "/", and the directory before it ("." without one).
 [[nodiscard]] std::string file_part(const std::string &path);
 [[nodiscard]] std::string directory_of(const std::string &path);
 
-// The name of the same file without empty and "." directories, and with the true path of a
-// directory that ends in "..": where the companions are is told from the names of the last two
-// directories.
+// The same path without empty and "." directories, and with the real path of a directory that ends
+// in "..". This is needed because the module replaces the name of the last directory to find the
+// companions.
 [[nodiscard]] std::string plain_name(const std::string &name);
 
 // Names that a picture has if it is stored as two fields.

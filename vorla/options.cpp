@@ -48,19 +48,19 @@ void add_options(CLI::App *app, Options *o)
     add(app, "info", "--json", &o->json, "One JSON object a line");
     add(app, "verify", "-r,--recursive", &o->recursive, "Verify the pictures in directories");
     add(app, "verify export import", "-j,--jobs N", &o->processes,
-        "So many processes; else one a processor", whole);
+        "Work on N pictures at a time (default: the processors)", whole);
     add(app, "export", "--to png|exr", &o->to, "What to make, if the name of OUT does not tell");
     add(app, "export", "--depth-picture FILE.png", &o->depth_picture,
         "Also make a 16-bit view of the depth", NOT_EMPTY);
     add(app, "export", "--depth uint|float", &o->depth_samples,
         "EXR: Z as uint (default) or float");
-    add(app, "export", "--linear", &o->linear, "EXR: apply the sRGB curve");
-    add(app, "export", "--size N", &o->size, "Fit into N x N pixels, as the mean of those covered",
+    add(app, "export", "--linear", &o->linear, "EXR: convert the colour from sRGB to linear light");
+    add(app, "export", "--size N", &o->size, "Shrink to N x N pixels at most, by mean values",
         whole);
     add(app, "export", "--level 0-9", &o->level, "PNG: compression from 0, fast, to 9, small",
         CLI::Range(0, 9));
     add(app, "export", "--partial", &o->partial, "Rows that cannot be read are black");
-    add(app, "import", "--linear", &o->linear, "EXR: undo the sRGB curve");
+    add(app, "import", "--linear", &o->linear, "EXR: convert the colour from linear light to sRGB");
     add(app, "import", "--matte", &o->matte_only,
         "A grey picture is a matte: make a picture of the matte alone");
     add(app, "import", "--depth-scale FACTOR", &o->depth_scale,

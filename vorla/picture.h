@@ -17,8 +17,8 @@ struct PictureShape {
     float pixel_aspect = 1; // width to height of a pixel as shown
 };
 
-// Where the matte and the depth of a picture stand in its row array. What stands before the depth
-// are bytes.
+// The indices of the matte and the depth of a picture in its row array. Rows before the depth are
+// rows of bytes.
 inline size_t matte_index(const PictureShape &shape)
 {
     return shape.colour ? 3 : 0;

@@ -20,7 +20,7 @@ std::string true_path(const std::string &name)
     return is_standard_output(name) ? "-" : error ? name : path.string();
 }
 
-// The end that a name of this kind has if it is that of an input.
+// Returns the extension by which a name would be taken for an input of the command.
 std::string end_of_input(const Options &options, const std::string &name)
 {
     const PictureFormat *format = options.command == "import" ? format_of_name(name) : nullptr;
@@ -100,7 +100,7 @@ ExitCode run_work(const Session &session, const std::string &extension, Work *wo
               "cannot be both the picture and the view of its depth");
     return run_batch(session, options.output, options.files, [&](size_t at) {
         const std::string &output = outputs[at];
-        // An empty name, of a view that is not wanted, counts as there.
+        // may_exist is true for "", so without a view only the output counts.
         const bool is_there = output != "-" && may_exist(output) && may_exist(view);
         const bool passes = output.empty() || (options.skips && is_there);
         return passes ? EXIT_FINE : work(session, options.files[at], output);

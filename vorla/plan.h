@@ -14,7 +14,7 @@ void refuse_if(bool wrong, const std::string &file, const Parts &...why)
 
 [[nodiscard]] bool is_directory(const std::string &name);
 
-// What tells pictures apart that are named: the true path of the main file or the even field.
+// Identifies the picture that a name stands for: the real path of its main file or its even field.
 [[nodiscard]] std::string identity_of(const Session &session, const std::string &name);
 
 // Throws a Failure, EXIT_USAGE, unless the output of export or import is a directory, or there is
@@ -24,9 +24,9 @@ void check_output(const Options &options);
 // The work on a picture and the file to be made of it.
 using Work = ExitCode(const Session &session, const std::string &input, const std::string &output);
 
-// Does the work on all inputs, and returns the highest exit code. In a directory the outputs have
-// the names of the inputs, with that extension. Pictures named twice and both fields of one are
-// worked on once, and, when the options say so, those are passed over whose outputs are there.
-// Throws a Failure, EXIT_USAGE, when two pictures, or one and the view of its depth, would make the
-// same file.
+// Does the work on all inputs, and returns the highest exit code. If the output is a directory, the
+// outputs have the names of the inputs, with that extension. A picture that is named twice, or by
+// both of its fields, is worked on once. With --skip-existing, inputs are skipped whose outputs
+// exist. Throws a Failure, EXIT_USAGE, when two pictures, or a picture and the view of its depth,
+// would make the same file.
 [[nodiscard]] ExitCode run_work(const Session &session, const std::string &extension, Work *work);

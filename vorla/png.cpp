@@ -32,8 +32,8 @@ struct PngFile {
     PngFile &operator=(const PngFile &) = delete;
     ~PngFile();
 
-    // Runs `step`, out of which libpng jumps past the destructors of its locals, and then throws a
-    // Failure about `part` of the file.
+    // Runs `step`. If libpng jumps out of it, past the destructors of its locals, throws a Failure
+    // about `part` of the file.
     template <class Step>
     void guarded(const Step &step, const std::string &part = "")
     {
@@ -124,7 +124,7 @@ PngReader::PngReader(FILE *stream, const std::string &name, bool matte_only)
     png_structp png = file.png;
     png_infop info = file.info;
     file.guarded([=, this] {
-        png_set_user_limits(png, MOST_PIXELS, MOST_PIXELS); // larger ones are refused in words
+        png_set_user_limits(png, MOST_PIXELS, MOST_PIXELS); // set_size has the clearer message
         png_read_info(png, info);
         set_size(file.name, png_get_image_width(png, info), png_get_image_height(png, info));
         note_if(png_get_bit_depth(png, info) == 16, "samples of 16 bits are reduced to 8");
@@ -144,8 +144,8 @@ PngReader::PngReader(FILE *stream, const std::string &name, bool matte_only)
     begin_rows(png_get_interlace_type(png, info) != PNG_INTERLACE_NONE);
 }
 
-// Of an interlaced picture, in which each pass adds pixels to rows of those before it, reads all
-// passes but the last.
+// Reads all passes but the last of an interlaced picture, where each pass adds pixels to the rows
+// of earlier passes.
 void PngReader::begin_rows(bool interlaced)
 {
     const auto height = static_cast<size_t>(shape.height);
@@ -201,8 +201,8 @@ struct PngWriter final : RowWriter {
     }
 };
 
-// The level is that of compression, or -1; there is no comment when that is "". A picture is RGB,
-// RGBA with the matte as alpha, or grey for a matte alone; depth is passed over.
+// `level` is the compression level, or -1 for the library's own; "" means no comment. A picture is
+// RGB, RGBA with the matte as alpha, or grey for a matte alone; depth is not written.
 PngWriter::PngWriter(FILE *stream, const std::string &name, const PictureShape &picture,
                      const std::optional<DepthRange> &range, int level, const std::string &comment)
     : file(stream, name, false), shape(picture), view(range)

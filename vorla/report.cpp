@@ -20,7 +20,7 @@ bool progress_shows = false;
 extern "C" void keep_signal(int number)
 {
     signal_seen = signal_seen != 0 ? signal_seen : number;
-    (void)alarm(1); // once more: a call that it came just before may wait for long
+    (void)alarm(1); // signals again in a second, to end a call that began after this signal
 }
 
 // A name can hold anything: the text as one line, without what would move a terminal's cursor.

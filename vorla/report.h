@@ -47,8 +47,8 @@ struct Failure : std::runtime_error {
 // Throws a Failure, EXIT_IO, that ends with the system's reason.
 [[noreturn]] void fail_system(const std::string &file, const std::string &what, int reason = errno);
 
-// Runs the work on one picture. A failure is complained of and becomes the result; an interrupt is
-// thrown further.
+// Runs the work on one picture. Prints a Failure and returns its exit code; does not catch an
+// interrupt.
 [[nodiscard]] ExitCode attempt(const std::function<ExitCode()> &work);
 
 // Says "vorla: FILE: WHAT" on standard error, unless that was the last thing said.
@@ -63,7 +63,7 @@ void set_quiet(bool wanted);
 // Writes one line of results to standard output. A failure shows in finish_output.
 void print_line(const std::string &line);
 
-// Writes what is whole already: help, or what another process of this program has said.
+// Writes text that needs no prefix: help, or the output of another process of this program.
 void pass_on(const std::string &results, const std::string &complaints);
 
 // Closes standard output, on which everything must have arrived. Returns `code`, or EXIT_IO, after
@@ -72,8 +72,8 @@ void pass_on(const std::string &results, const std::string &complaints);
 
 // The progress of a piece of work of `total` steps, called `unit` ("rows", "files"), on `file`: a
 // line on standard error, only on a terminal, only when the work has taken more than half a second
-// and has several steps, never when quiet. While one lives, those that are made within its work
-// show nothing. The line goes with it.
+// and has several steps, never when quiet. Only the outermost Progress is shown; its destructor
+// removes the line.
 class Progress {
   public:
     Progress(const std::string &file, int64_t total, const std::string &unit);

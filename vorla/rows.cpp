@@ -8,7 +8,7 @@
 
 namespace {
 
-// The first of `whole` rows or columns that become number `at` when they are made `parts`.
+// When `whole` rows or columns are reduced to `parts`, the first of those that make number `at`.
 int32_t start_of(int32_t at, int32_t whole, int32_t parts)
 {
     return static_cast<int32_t>(int64_t{at} * whole / parts);
@@ -44,8 +44,9 @@ ExportRows::ExportRows(Source *picture)
     }
 }
 
-// Reads a row of the picture. False when it is lost. The module passes over damaged rows by its own
-// rule when it comes from a row before them, or from a fresh open.
+// Reads a row of the picture. False when it is lost. After a lost row, first reads the last good
+// row again, or opens the picture again: from there the module passes over the damaged rows by
+// their counts.
 bool ExportRows::find(int32_t row)
 {
     good = row == 0 ? -1 : good;

@@ -1,5 +1,5 @@
-// The rows of an open picture as export wants them: made smaller, and without those that cannot be
-// read, when the options say so.
+// The rows of an open picture as export writes them: reduced in size, and black where a row cannot
+// be read, when the options ask for that.
 #pragma once
 
 #include "vorla/source.h"
@@ -12,7 +12,8 @@ class ExportRows {
 
     explicit ExportRows(Source *picture);
 
-    // Reads row `row` of the shape; in increasing order, and again from 0. Throws a Failure.
+    // Reads row `row` of the shape. Rows are read in increasing order; row 0 starts again. Throws a
+    // Failure.
     [[nodiscard]] void *const *read(int32_t row);
 
   private:

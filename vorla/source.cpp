@@ -23,7 +23,8 @@ namespace {
 // the magic of a picture or a matte is its bits a pixel.
 using Header = PixDepthHeader;
 
-// How a sentence about a file begins. A main file alone is the one that the line is about already.
+// Returns the subject of a sentence about a file. A single main file is "it", because the line
+// begins with its name.
 std::string name_of(const FileSet &files, FileKind kind, size_t field)
 {
     const std::string &path = files.paths[kind][field];
@@ -92,10 +93,9 @@ Header read_header(const FileSet &files, FileKind kind)
     return whole;
 }
 
-// Finds what is wrong with the files of one kind, of which there must be names: that one cannot be
-// opened, read or taken for what it should be, that two fields do not belong together, or that a
-// companion does not fit the main file. Without a fault `header`, if it is not null, gets what the
-// files say.
+// Finds what is wrong with the files of one kind: a file cannot be opened or read, or is of another
+// kind; two fields do not belong together; or a companion does not fit the main file. The kind
+// must have names. Without a fault, `*header` gets what the files say, unless `header` is null.
 std::optional<Fault> find_fault(const FileSet &files, FileKind kind, Header *header = nullptr)
 {
     const auto fail = [&](bool refuses, const auto &...words) {
@@ -145,7 +145,7 @@ bool is_wanted(const Source &source, FileKind kind)
            (channels == PIX_CHANNELS_UNDECIDED || channels >= CHOICES[kind]);
 }
 
-// How to do without a companion that is damaged.
+// Returns words that tell which --channels opens the picture without a damaged companion.
 std::string rest_opens(const Source &source, FileKind kind)
 {
     const bool matte = std::ranges::any_of(source.files.paths[KIND_MATTE], may_exist);

@@ -26,7 +26,7 @@ std::string kinds_of(const PictureShape &shape)
     return kinds.substr(2);
 }
 
-// Findings go to standard output, what kept them from being found to standard error.
+// Prints a defect on standard output, or, when the file could not be checked, on standard error.
 void print_defect(const std::string &name, ExitCode code, const std::string &defect)
 {
     if (code == EXIT_IO) {
@@ -36,8 +36,8 @@ void print_defect(const std::string &name, ExitCode code, const std::string &def
     }
 }
 
-// The bytes behind the last pixel of a file that is known to hold all pixels: of packets, or, when
-// they have no channels, of depth.
+// Returns how many bytes follow the last pixel of a file that is known to hold all pixels. The file
+// has packets of `channels` channels, or depth samples if `channels` is 0.
 int64_t find_trailing(const std::string &path, int32_t channels, int32_t pixels)
 {
     const bool depth = channels == 0;
@@ -116,7 +116,7 @@ ExitCode verify(const Session &session, const std::string &file)
 
 // --- Directories ----------------------------------------------------------------------------
 
-// The names of a file's companions. A companion, which would be its own, has none.
+// The paths of a file's companions; none for a file that would be its own companion.
 std::set<std::string> companions_of(const std::string &file)
 {
     std::set<std::string> names = {companion_path(file, KIND_MATTE),
@@ -124,8 +124,8 @@ std::set<std::string> companions_of(const std::string &file)
     return names.count(file) > 0 ? std::set<std::string>() : names;
 }
 
-// Whether a file is to be verified: it is PIX, or is called so or has a companion, and is damaged
-// if it is not PIX. What a program that was killed has left behind is not.
+// Whether a file is to be verified: it is PIX, or it should be PIX, because it has the extension or
+// a companion. Temporary files that a killed vorla has left behind are not verified.
 bool is_picture(const Session &session, const std::string &file)
 {
     const fs::path last = file_part(file);

@@ -98,8 +98,9 @@ static int pix_write_headers(const PixState *state, int64_t width, int64_t heigh
     return written ? PIX_OK : PIX_WRITE_FAILED;
 }
 
-// Sets the state up for the first row and writes the headers, the low 16 bits of each size. The
-// bounds of a window may lie further apart than an int32_t can tell; such a size is clamped.
+// Sets the state up for the first row and writes the headers with the low 16 bits of each size. The
+// bounds of a window may be so far apart that the size does not fit an int32_t. Such a size is
+// clamped in the state.
 static int pix_start_files(const ImageHandle *handle, PixState *state)
 {
     const ImageWindow &window = handle->info->data_window;

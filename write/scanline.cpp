@@ -3,8 +3,8 @@
 #include "host/messages.h"
 #include "write/write.h"
 
-// Appends a row, one packet for each run of equal pixels. Standard output takes its packets one by
-// one, for the host may have made it line-buffered.
+// Appends a row, one packet for each run of equal pixels. Packets go to standard output one by one,
+// because the host may have made it line-buffered.
 static int pix_write_packets(FILE *fp, PixRow row)
 {
     while (row.done < row.width) {
