@@ -39,7 +39,7 @@ void add(CLI::App *program, const std::string &commands, const std::string &opti
 void add_options(CLI::App *app, Options *o)
 {
     const CLI::Range whole(1, 16383);
-    add(app, "", "--module PATH", &o->module, "Load this module, not VYNVorla.so");
+    add(app, "", "--module PATH", &o->module, "Load this module instead of VYNVorla.so");
     app->get_option("--module")->envname("VORLA_MODULE");
     add(app, "", "--channels rgb|matte|all", &o->channels,
         "Only rgb; matte: also the matte; all: also depth (default)");
@@ -48,7 +48,7 @@ void add_options(CLI::App *app, Options *o)
     add(app, "info", "--json", &o->json, "One JSON object a line");
     add(app, "verify", "-r,--recursive", &o->recursive, "Verify the pictures in directories");
     add(app, "verify export import", "-j,--jobs N", &o->processes,
-        "Work on N pictures at a time (default: the processors)", whole);
+        "Work on N pictures at a time (default: one a processor)", whole);
     add(app, "export", "--to png|exr", &o->to, "What to make, if the name of OUT does not tell");
     add(app, "export", "--depth-picture FILE.png", &o->depth_picture,
         "Also make a 16-bit view of the depth", NOT_EMPTY);
@@ -59,14 +59,15 @@ void add_options(CLI::App *app, Options *o)
         whole);
     add(app, "export", "--level 0-9", &o->level, "PNG: compression from 0, fast, to 9, small",
         CLI::Range(0, 9));
-    add(app, "export", "--partial", &o->partial, "Rows that cannot be read are black");
+    add(app, "export", "--partial", &o->partial,
+        "Export a damaged picture: rows that cannot be read are black");
     add(app, "import", "--linear", &o->linear, "EXR: convert the colour from linear light to sRGB");
     add(app, "import", "--matte", &o->matte_only,
         "A grey picture is a matte: make a picture of the matte alone");
     add(app, "import", "--depth-scale FACTOR", &o->depth_scale,
         "EXR: multiply depths before they are rounded", ABOVE_ZERO);
-    add(app, "export import", "--skip-existing", &o->skips, "Pass over outputs that are there");
-    add(app, "export import", "-f,--force", &o->overwrite, "Overwrite files");
+    add(app, "export import", "--skip-existing", &o->skips, "Skip inputs whose outputs exist");
+    add(app, "export import", "-f,--force", &o->overwrite, "Overwrite existing files");
 }
 
 // Adds a command. `files` are what its names are called; "" when it takes none.
@@ -78,8 +79,9 @@ void add_command(CLI::App *program, Options *options, const char *name,
     command->footer("Example:\n  " + example +
                     "\nOptions of all commands (--module, --channels, --search, --quiet): "
                     "vorla --help");
-    const std::string names_are = "Pictures, - for standard input; the last OUT: a file, - for "
-                                  "standard output, or a directory";
+    const std::string names_are =
+        files.ends_with("OUT") ? "Inputs, - for standard input; then the file or directory to make"
+                               : "Pictures, - for standard input";
     CLI::Option *names = files.empty() ? nullptr : command->add_option(files, names_are);
     if (names) {
         // A bound, which nobody reaches: without one CLI11 takes "[a,b]" for two names.
