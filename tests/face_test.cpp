@@ -5,9 +5,6 @@
 
 #include <sstream>
 
-extern "C" int copy_in_c(const CapabilityEntry *table, decltype(&imageReadOpen) read_open,
-                         ImageHandle *from, decltype(&imageWriteOpen) write_open, ImageHandle *to);
-
 using FaceTest = ModuleTest;
 
 TEST_F(FaceTest, TheDescriptorSaysWhatTheModuleCanDo)
@@ -110,20 +107,5 @@ TEST_F(FaceTest, RequestsChooseTheChannels)
         EXPECT_EQ(handle->info->matte_count, c.mattes);
         EXPECT_EQ(handle->info->aux_count, c.depths);
         close_image(handle);
-    }
-}
-
-TEST_F(FaceTest, AHostInCCopiesAnImage)
-{
-    write_image(writer("a.pix", 20, 10, 3, 1, 1));
-    const CapabilityEntry *table = nullptr;
-    int32_t counts[3];
-    module.capability(&table, &counts[0], &counts[1], &counts[2]);
-    EXPECT_EQ(copy_in_c(table, module.read_open, reader("a.pix"), module.write_open,
-                        writer("b.pix", 0, 0, 0)),
-              0);
-    for (const char *folder : {"r", "mask", "depth"}) {
-        EXPECT_EQ(contents(folder + std::string("/b.pix")),
-                  folder[0] == 'd' ? Bytes() : contents(folder + std::string("/a.pix")));
     }
 }

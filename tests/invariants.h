@@ -60,13 +60,10 @@ inline bool is_window(const ImageWindow &window, const PixState &state)
 
 inline bool are_colours(const ImageHandle *handle)
 {
-    const auto same = [](const float(&colour)[3], const float *host) {
-        return std::equal(std::begin(colour), std::end(colour), host);
-    };
-    return same(handle->red_primary, CLR_def_red_primary()) &&
-           same(handle->green_primary, CLR_def_green_primary()) &&
-           same(handle->blue_primary, CLR_def_blue_primary()) &&
-           same(handle->white_point, CLR_def_white_point());
+    return std::equal(handle->red_primary, handle->red_primary + 3, CLR_def_red_primary()) &&
+           std::equal(handle->green_primary, handle->green_primary + 3, CLR_def_green_primary()) &&
+           std::equal(handle->blue_primary, handle->blue_primary + 3, CLR_def_blue_primary()) &&
+           std::equal(handle->white_point, handle->white_point + 3, CLR_def_white_point());
 }
 
 // An open image agrees with itself: "", or what is wrong right after the open that returned 1.

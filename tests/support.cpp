@@ -24,23 +24,18 @@ Bytes hex(const std::string &digits)
     return bytes;
 }
 
-static Bytes words(std::initializer_list<long> values)
-{
-    Bytes bytes;
-    for (const long value : values) {
-        bytes.insert(bytes.end(), {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)});
-    }
-    return bytes;
-}
-
 Bytes colour_header(int width, int height, int bits)
 {
-    return words({width, height, 0, height - 1, bits});
+    char digits[32];
+    snprintf(digits, sizeof digits, "%04hX%04hX0000%04hX%04hX", width, height, height - 1, bits);
+    return hex(digits);
 }
 
 Bytes depth_header(int width, int height, int magic)
 {
-    return words({magic >> 16, magic, width, height});
+    char digits[32];
+    snprintf(digits, sizeof digits, "%08X%04hX%04hX", magic, width, height);
+    return hex(digits);
 }
 
 Bytes operator+(Bytes front, const Bytes &back)
