@@ -14,13 +14,9 @@ TEST(Names, OfFieldsAreToldFromTheImagesName)
     const Case cases[] = {
         {.name = "shot.pix", .base = "shot.pix", .suffix = "."},
         {.name = "shot.pixe", .base = "shot.pixe", .suffix = "."},
-        {.name = "shot.e7", .base = "shot.e7", .suffix = "."},
-        {.name = "shot.E", .base = "shot.E", .suffix = "."},
         {.name = "shot.", .base = "shot.", .suffix = "."},
-        {.name = "r.7/e", .base = "r.7/e", .suffix = "."},
         {.name = "r.7/12e", .base = "r.7/12e", .suffix = "."},
         {.name = "5e", .base = "5e", .suffix = "."},
-        {.name = "e", .base = "e", .suffix = "."},
         {.name = "shot.pix.e", .base = "shot.pix", .suffix = "."},
         {.name = "x.5.o", .base = "x.5", .suffix = "."},
         {.name = ".e", .base = "", .suffix = "."},

@@ -142,33 +142,3 @@ TEST_F(PlacesTest, LabelsAreThoseOfTheCatalogueOrElseTheDefaults)
         vyn__msg_cat = nullptr;
     }
 }
-
-// The row of a companion that is missing cannot be read; nor has /dev/full a header.
-TEST_F(PlacesTest, CompanionsThatAreNoFilesAreNamed)
-{
-    struct Case {
-        const char *target;
-        std::vector<int> writing, reading, row;
-        int32_t closed = 0;
-    };
-    const Case cases[] = {
-        {.target = "/dev/full", .writing = {56}, .reading = {25}, .row = {}, .closed = -20},
-        {.target = ".", .writing = {42}, .reading = {25}, .row = {}},
-        {.target = "/none/at/all", .writing = {42}, .reading = {}, .row = {-55}},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.target);
-        fs::create_directory(path("mask"));
-        fs::create_symlink(c.target, path("mask/a"));
-        ImageHandle *handle = writer("a", 1, 1, 3, 1);
-        EXPECT_EQ(module.write_open(handle), 1);
-        close_image(handle, c.closed);
-        EXPECT_EQ(messages(), c.writing);
-        EXPECT_TRUE(fs::is_symlink(path("mask/a")));
-        handle = open_image(reader("a"));
-        EXPECT_EQ(told, c.reading);
-        EXPECT_EQ(result == 1 ? ask(handle, 0) : Samples(), c.row);
-        close_image(handle);
-        fs::remove_all(path("mask"));
-    }
-}

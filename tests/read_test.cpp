@@ -231,7 +231,6 @@ TEST_F(ReadTest, TheSearchTriesOnePlaceAfterTheOther)
         {.files = "two/a.e a one/a", .name = "a.e", .calls = 4},
         {.files = "", .name = "a", .calls = 4},
         {.files = "a one/a", .name = "a", .found = "one/a", .calls = 4, .fails = 1},
-        {.files = "a one/a", .name = "a", .found = "one/a", .calls = 5, .fails = 2},
         {.files = "a one/a", .name = "a", .found = "one/a", .calls = 6, .fails = 3},
         {.files = pairs, .name = "a.e", .found = "none/a", .calls = 4, .fails = 1},
         {.files = pairs, .name = "a.e", .found = "none/a", .calls = 5, .fails = 2},
