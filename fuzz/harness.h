@@ -1,62 +1,79 @@
-// What the fuzz targets share that make files of their input: a private directory for these, and
-// the images in it.
+// What the fuzz targets share: their input, and for those that make files of it a private directory
+// and the images in it.
 #pragma once
 
-#include "fuzz/input.h"
+#undef NDEBUG // what is asserted is checked in every build
+
 #include "tests/invariants.h"
 
-#include <stdlib.h>
-#include <string.h>
-#include <unistd.h>
+#include <assert.h>
+#include <stdio.h>
 
-#include <filesystem>
-#include <string>
+#include <map>
+#include <span>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+
+using Input = std::span<const uint8_t>;
+
+void try_image(Input input); // of a target that makes files
+
+// Takes bytes from the start of the input, as many as it has.
+inline Input take(Input *input, size_t size)
+{
+    const Input taken = input->first(std::min(size, input->size()));
+    *input = input->subspan(taken.size());
+    return taken;
+}
+
+// The same as a number, the highest byte first.
+inline uint32_t number(Input *input, size_t size)
+{
+    uint32_t value = 0;
+    for (const uint8_t byte : take(input, size)) {
+        value = value << 8 | byte;
+    }
+    return value;
+}
 
 // Where the kinds of file lie: colour, matte and depth.
-constexpr const char *FOLDERS[] = {"renders", "mask", "depth"};
+constexpr const char *FOLDERS[] = {"/renders/", "/mask/", "/depth/"};
 
-// Makes the directory of this process, with its folders, in memory where that can be had. It is
-// removed at exit. Readies the module and silences its messages.
-inline std::string make_directory()
+inline std::string directory; // of the folders; it begins the search list
+
+using Rows = std::map<uint8_t, std::vector<int32_t>>; // samples by the row's number in the file
+
+// Reads a row, or where a number stands for it, a special scanline. Keeps it when it read well and
+// from where it begins, which is not known after a failure.
+inline void read_row(const ImageHandle *handle, uint8_t number, Rows *kept)
 {
-    const bool memory = access("/dev/shm", W_OK) == 0;
-    std::string path = memory ? "/dev/shm" : std::filesystem::temp_directory_path().string();
-    path += "/vorla-fuzz-XXXXXX";
-    CHECK(mkdtemp(path.data()));
-    for (const char *folder : FOLDERS) {
-        std::filesystem::create_directory(path + "/" + folder);
+    PixState *state = handle->priv->state;
+    const int32_t special[] = {0, INT32_MAX, INT32_MIN};
+    const int32_t y = number < 253 ? state->height - 1 - number : special[number - 253];
+    void **rows = nullptr;
+    const int32_t code = handle->scanline_proc(state, y, &rows);
+    const bool inside = y >= 0 && y < state->height;
+    assert(code == vyn__err && (inside ? code == 0 || code == -18 : code == -2));
+    assert(rows == (code == 0 ? state->chan : nullptr));
+    if (code == 0 && state->place == PIX_AT_ROW) {
+        const auto row = samples(*state, rows);
+        assert(kept->emplace(number, row).first->second == row);
     }
-    setenv("KV_IMG_DIR", (path + ":" + path + "/none").c_str(), 1);
-    standin_set_sink([](const StandinMessage &, void *) {}, nullptr);
-    CHECK(imageInit() == 1);
-    return path;
 }
 
-// The path of a file; one to be searched for lies under the search list, not where its name says.
-inline std::string path_of(const char *folder, const char *name, bool searched = false)
+// Opens an image and reads rows. Returns the state that the open left, or an empty one when it
+// failed.
+inline PixState read_image(ImageHandle *handle, Input order, Rows *kept)
 {
-    static const std::string directory = make_directory();
-    static const int removal = atexit([] { std::filesystem::remove_all(directory); });
-    CHECK(removal == 0);
-    return (searched ? "" : directory + "/") + folder + "/" + name;
-}
-
-// Stops the process with what is wrong, unless that is nothing.
-inline void check_none(const std::string &wrong)
-{
-    wrong.empty() ? void() : (void)fprintf(stderr, "%s\n", wrong.c_str());
-    CHECK(wrong.empty());
-}
-
-inline ImageHandle *make_reader(const char *name, bool searched)
-{
-    ImageHandle *handle = standin_new_reader(path_of(FOLDERS[0], name, searched).c_str());
-    handle->name_is_exact = searched ? 0 : 1;
-    vyn__err = 0;
-    return handle;
-}
-
-inline void close_image(ImageHandle *handle)
-{
-    CHECK(handle->close_proc(handle) == 0 && vyn__err == 0);
+    handle->name_is_exact = handle->file_name[0] == '/' ? 1 : 0;
+    const bool opened = imageReadOpen(handle) == 1;
+    const std::string wrong = opened ? image_disagrees(handle) : failed_open_holds(handle);
+    fputs(wrong.c_str(), stderr);
+    assert(wrong.empty());
+    const PixState state = opened ? *handle->priv->state : PixState{};
+    for (size_t i = 0; opened && i < order.size(); ++i) {
+        read_row(handle, order[i], kept);
+    }
+    assert(handle->close_proc(handle) == 0 && vyn__err == 0);
+    return state;
 }
