@@ -7,7 +7,8 @@ set(CTEST_MEMORYCHECK_COMMAND_OPTIONS
     "--quiet --leak-check=full --show-leak-kinds=definite,indirect,possible --error-exitcode=99")
 cmake_host_system_information(RESULT processors QUERY NUMBER_OF_LOGICAL_CORES)
 ctest_start(Experimental)
-ctest_memcheck(EXCLUDE "^(VorlaTest|Opaque|symbols|folders|host_example|fuzz_corpus)"
+ctest_memcheck(EXCLUDE "^(VorlaTest|Opaque|symbols|folders|host_example|make_corpus)"
+    EXCLUDE_FIXTURE corpus
     PARALLEL_LEVEL ${processors}
     RETURN_VALUE failed DEFECT_COUNT defects)
 if(failed OR defects)
