@@ -1,13 +1,13 @@
 // Every call that can fail, failing. Each scenario runs once to count its calls, then again with
-// the first, the second, ... call of each kind failing, alone and with everything after it.
+// the first, the second, ... call of each kind failing, alone and with those after it: all calls of
+// this kind and, unless it is a seek, all calls to the C library.
 //
 // A failure is traced to its point, say "read pair with both, unbuffered: read 7 and on". Set
 // VORLA_FAULT to that text to run it alone.
 //
-// This program's own fopen, mkdir, unlink, malloc and free are what the module calls. While the
-// module is at work they fail as told, hand out streams that fail, and leave in errno what they
-// may.
-#include "tests/invariants.h"
+// This program's own fopen, mkdir, unlink, malloc, free and flockfile are what the module calls.
+// While the module is at work they fail as told, hand out streams that fail, and leave in errno
+// what they may.
 #include "tests/messages.h"
 #include "tests/support.h"
 
@@ -22,7 +22,6 @@
 #include <filesystem>
 #include <map>
 #include <set>
-#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -30,59 +29,78 @@ namespace {
 
 // --- Calls that fail ------------------------------------------------------------------------
 
+// How an open may end: its result, its code and the numbers of its messages; -1: of the system.
+using Outcomes = std::set<std::vector<int>>;
+
+const Outcomes FOUND = {{1, 0}, {0, -5, 52}};
+const Outcomes WHOLE = {{1, 0}, {0, -5, -1, 52}, {0, -5, 25}, {0, -8, 60}};
+const Outcomes SAVED = {{1, 0, 94}, {0, -10, 94}, {0, -5, 94, 52}};
+const Outcomes MADE = {{0, -5, 52}, {1, -5, 42}, {1, -5, 258}};
+const Outcomes NAMED = {{0, -5, 94, 52}, {1, -5, 94, 42}, {1, -5, 94, 258}};
+const Outcomes BLOCK = {{0, -10}};
+
 // A kind of call: of the module to the C library, or to a service of the host.
 struct Call {
     const char *name;
-    int error = 0;    // that a failure leaves in errno, of this kind alone; 0: what was there
-    bool told = true; // a message shows that error
-    int service = -1; // of the stand-in
-    long calls = 0;   // to the C library
+    int error = 0;    // that a failure leaves in errno; 0: what was there
+    bool told = true; // an open ends as below, and shows the error
+    StandinService service = STANDIN_SERVICES;
+    Outcomes read = {}, write = {}; // of an open in which one such call fails
+    long calls = 0;                 // to the C library
 };
 
-Call opens = {.name = "open", .error = ENOLCK};
-Call reads = {.name = "read", .error = EBADMSG};
-Call ends = {.name = "end of file", .told = false};
-Call seeks = {.name = "seek", .error = EOVERFLOW};
-Call writes = {.name = "write", .error = EDQUOT};
-Call halves = {.name = "half a write", .error = ENOSPC};
+Call opens = {.name = "open", .error = ENOLCK, .read = FOUND, .write = MADE};
+Call reads = {.name = "read", .error = EBADMSG, .read = WHOLE};
+Call ends = {.name = "end of file", .read = WHOLE};
+Call seeks = {.name = "seek", .error = EOVERFLOW, .read = WHOLE};
+Call writes = {.name = "write", .error = EDQUOT, .write = {{0, -20, 56}}};
+Call halves = {.name = "half a write", .error = ENOSPC, .write = {{0, -20, 56}}};
 Call closes = {.name = "close", .error = ESTALE, .told = false};
-Call mkdirs = {.name = "mkdir", .error = EMLINK};
+Call mkdirs = {.name = "mkdir", .error = EMLINK, .write = MADE};
 Call unlinks = {.name = "unlink", .error = EBUSY, .told = false};
 Call mallocs = {.name = "own malloc", .error = ENOMEM, .told = false};
-Call host_mallocs = {.name = "host malloc", .service = STANDIN_MALLOC};
-Call host_texts = {.name = "host string", .service = STANDIN_SAVE};
-Call host_rows = {.name = "host rows", .service = STANDIN_CHAN_ALLOC};
-Call host_paths = {.name = "host path", .service = STANDIN_BUILD_HANDLE};
+Call blocks = {.name = "host malloc", .service = STANDIN_MALLOC, .read = BLOCK, .write = BLOCK};
+Call texts = {.name = "host string", .service = STANDIN_SAVE, .read = SAVED, .write = NAMED};
+Call arrays = {.name = "host rows", .service = STANDIN_CHAN_ALLOC, .read = {{-1, 0}}};
+Call paths = {.name = "host path", .service = STANDIN_BUILD_HANDLE, .read = FOUND, .write = MADE};
 
-Call *const CALLS[] = {&opens,        &reads,      &ends,      &seeks,     &writes,
-                       &halves,       &closes,     &mkdirs,    &unlinks,   &mallocs,
-                       &host_mallocs, &host_texts, &host_rows, &host_paths};
+Call *const CALLS[] = {&opens,  &reads,   &ends,    &seeks,  &writes, &halves, &closes,
+                       &mkdirs, &unlinks, &mallocs, &blocks, &texts,  &arrays, &paths};
 
 struct Point {
     Call *call = &opens;
     long nth = 0; // 0: nothing fails
-    bool onwards = false, unbuffered = false;
+    bool onwards = false;
+};
+
+// How the image is found, and in what order its rows are asked for.
+struct Way {
+    const char *what = ": ";
+    bool disorder = false, unbuffered = false, searched = false;
+    bool here = false;  // the name leads there without a search too
+    int junk = ENOTNAM; // what calls that succeed leave in errno
+    bool quiet = false; // errno is what the module left, and the host does not touch it
 };
 
 constexpr int HOST_JUNK = ENOTTY; // what services leave in errno
 
 Point point;
-bool active = false;      // the module is at work
-bool seekless = false;    // no stream can seek
-int junk = ENOTNAM;       // what an open that succeeds leaves in errno
-int reason = 0;           // what errno must be behind a message
-const char *where = "";   // folder of the file that was used last
-int failures = 0;         // since the module was called
-int bad_closes = 0;       // since then
-int streams = 0;          // that are open
-long allocations = 0;     // by anyone, while the module was at work
-dl_find_object loaded;    // where the module lies
-std::set<fs::path> made;  // files created
-std::set<fs::path> stuck; // those of them whose removal failed
+Way way;
+bool active = false;         // the module is at work
+bool opened = false;         // there is an image
+int reason = 0;              // what errno must be behind a message
+size_t bad_closes = 0;       // since the module was called
+long streams = 0;            // that are open
+long locks = 0;              // that are held on streams
+long allocations = 0;        // by anyone, while the module was at work
+dl_find_object loaded;       // where the module lies
+std::set<std::string> stuck; // files whose removal failed
+std::string folders[1024];   // of the open files, by descriptor
+std::string where;           // folder of the file that was used last
 
 long calls_of(const Call &call)
 {
-    return call.service < 0 ? call.calls : standin_calls(static_cast<StandinService>(call.service));
+    return call.service == STANDIN_SERVICES ? call.calls : standin_calls(call.service);
 }
 
 bool fired()
@@ -90,35 +108,22 @@ bool fired()
     return point.nth > 0 && calls_of(*point.call) >= point.nth;
 }
 
+// Behind a seek only seeks fail, for what cannot seek can go on being read.
 bool fails(Call &call)
 {
     call.calls += active;
-    const bool chosen = point.onwards || (&call == point.call && call.calls == point.nth);
-    if (!active || !fired() || !chosen) {
+    const bool chosen = &call == point.call && (point.onwards || call.calls == point.nth);
+    if (!active || !fired() || !(chosen || (point.onwards && point.call != &seeks))) {
         return false;
     }
-    for (const Call *other : CALLS) {
-        if (point.onwards && other->service >= 0) {
-            standin_fail(static_cast<StandinService>(other->service), 1, true);
-        }
-    }
-    ++failures;
-    reason = call.told ? call.error : reason;
     errno = call.error ? call.error : errno;
+    reason = call.error && (call.told || opened) ? call.error : reason;
     return true;
 }
 
-const char *folder_of(const std::string &name)
-{
-    const bool matte = name.find("mask") != name.npos;
-    return matte ? "mask" : name.find("depth") != name.npos ? "depth" : "r";
-}
-
-const char *folders[1024]; // of the files that are open, by descriptor
-
 int use(void *cookie)
 {
-    const auto *folder = static_cast<const char **>(cookie);
+    const auto *folder = static_cast<std::string *>(cookie);
     where = *folder;
     return static_cast<int>(folder - folders);
 }
@@ -126,25 +131,19 @@ int use(void *cookie)
 ssize_t read_cookie(void *cookie, char *bytes, size_t size)
 {
     const int file = use(cookie);
-    if (fails(reads)) {
-        return -1;
-    }
-    return fails(ends) ? 0 : read(file, bytes, size);
+    return fails(reads) ? -1 : read(file, bytes, fails(ends) ? 0 : size);
 }
 
 ssize_t write_cookie(void *cookie, const char *bytes, size_t size)
 {
     const int file = use(cookie);
-    if (fails(writes)) {
-        return 0;
-    }
-    return write(file, bytes, fails(halves) ? size / 2 : size);
+    return fails(writes) ? 0 : write(file, bytes, fails(halves) ? size / 2 : size);
 }
 
 int seek_cookie(void *cookie, off64_t *offset, int whence)
 {
     const int file = use(cookie);
-    *offset = fails(seeks) || seekless ? -1 : lseek(file, *offset, whence);
+    *offset = fails(seeks) ? -1 : lseek(file, *offset, whence);
     return *offset < 0 ? -1 : 0;
 }
 
@@ -157,23 +156,22 @@ int close_cookie(void *cookie)
     return bad ? -1 : 0;
 }
 
-FILE *open_stream(const char *name, bool write)
+FILE *open_stream(const char *name, const char *modes)
 {
-    const int file = open(name, write ? O_WRONLY | O_CREAT | O_TRUNC : O_RDONLY, 0666);
+    const int file = open(name, modes[0] == 'w' ? O_WRONLY | O_CREAT | O_TRUNC : O_RDONLY, 0666);
     if (file < 0) {
-        ++failures;
         reason = errno;
         return nullptr;
     }
-    folders[file] = folder_of(name);
-    FILE *stream = fopencookie(&folders[file], write ? "w" : "r",
-                               {read_cookie, write_cookie, seek_cookie, close_cookie});
-    if (point.unbuffered) {
+    ++streams;
+    folders[file] = fs::path(name).parent_path().filename();
+    FILE *stream =
+        fopencookie(&folders[file], modes, {read_cookie, write_cookie, seek_cookie, close_cookie});
+    if (way.unbuffered) {
         setvbuf(stream, nullptr, _IONBF, 0);
     }
-    ++streams;
-    reason = fired() && point.call == &opens ? reason : junk;
-    errno = junk;
+    errno = way.junk;
+    reason = fired() && point.call == &opens ? reason : way.junk; // the open that failed is told
     return stream;
 }
 
@@ -181,20 +179,12 @@ FILE *open_stream(const char *name, bool write)
 
 extern "C" FILE *fopen(const char *filename, const char *modes)
 {
-    if (!active) {
-        return fopen64(filename, modes);
-    }
-    where = folder_of(filename);
-    FILE *stream = fails(opens) ? nullptr : open_stream(filename, modes[0] == 'w');
-    if (stream && modes[0] == 'w') {
-        made.insert(filename);
-    }
-    return stream;
+    const bool failed = fails(opens);
+    return failed ? nullptr : active ? open_stream(filename, modes) : fopen64(filename, modes);
 }
 
 extern "C" int mkdir(const char *path, mode_t mode) noexcept
 {
-    where = folder_of(path);
     return fails(mkdirs) ? -1 : mkdirat(AT_FDCWD, path, mode);
 }
 
@@ -204,9 +194,18 @@ extern "C" int unlink(const char *name) noexcept
         stuck.insert(name);
         return -1;
     }
-    const int result = unlinkat(AT_FDCWD, name, 0);
-    errno = active ? junk : errno;
-    return result;
+    errno = way.junk;
+    return unlinkat(AT_FDCWD, name, 0);
+}
+
+extern "C" void flockfile(FILE *) noexcept
+{
+    ++locks;
+}
+
+extern "C" void funlockfile(FILE *) noexcept
+{
+    --locks;
 }
 
 #if !defined(__has_feature) // the sanitizers have an allocator of their own
@@ -227,128 +226,72 @@ extern "C" void *malloc(size_t size)
 extern "C" void free(void *block)
 {
     __libc_free(block);
-    errno = is_own(__builtin_return_address(0)) ? junk : errno;
+    errno = is_own(__builtin_return_address(0)) ? HOST_JUNK : errno;
 }
 #endif
 
 namespace {
 
-// --- What is expected -----------------------------------------------------------------------
-
-// How a message begins. KIND is the folder of the file that was used last, FILE its image's name,
-// NAME the main file's, FIRST that of the main file which is read first.
-struct Message {
-    int number; // -1: of the system
-    const char *text;
-};
-
-const Message MESSAGES[] = {
-    {.number = -1, .text = "FIRST: REASON"},
-    {.number = 25, .text = "Cannot open KIND file `FILE'; REASON (header"},
-    {.number = 42, .text = "Cannot open mask file NAME; REASON (vorla"},
-    {.number = 43, .text = "Vorla mask file's size"},
-    {.number = 52, .text = "Cannot open file NAME; REASON"},
-    {.number = 53, .text = "Bad scanline: ROW ("},
-    {.number = 55, .text = "Cannot read scanline ROW; REASON"},
-    {.number = 56, .text = "Cannot write to FILE; REASON"},
-    {.number = 57, .text = "Cannot write scanline ROW; REASON"},
-    {.number = 59, .text = "Cannot decode scanline ROW"},
-    {.number = 60, .text = "Cannot read file NAME; Invalid header"},
-    {.number = 94, .text = "No more internal memory"},
-    {.number = 258, .text = "Cannot open depth file NAME; REASON (vorla"},
-    {.number = 259, .text = "The odd and even fields Vorla image file `FILE' don't"},
-    {.number = 0, .text = "a known message"},
-};
-
-// How an open may end, by the one call that failed in it.
-struct Outcome {
-    bool write = false;
-    int32_t result = 0;
-    int code = 0;
-    std::vector<int> messages = {};
-    std::set<const Call *> calls;
-};
-
-const Outcome OUTCOMES[] = {
-    // A companion or one of several places is not there; the C library does without.
-    {.result = 1, .calls = {&opens, &host_paths, &reads, &ends, &seeks, &mallocs}},
-    {.result = 1, .messages = {94}, .calls = {&host_texts}},
-    {.result = -1, .calls = {&host_rows}},
-    {.code = -5, .messages = {52}, .calls = {&opens, &host_paths}},
-    {.code = -5, .messages = {94, 52}, .calls = {&host_texts}},
-    {.code = -5, .messages = {-1, 52}, .calls = {&reads, &ends, &seeks}},
-    {.code = -5, .messages = {25}, .calls = {&reads, &ends}},
-    {.code = -8, .messages = {60}, .calls = {&reads, &ends}},
-    {.code = -10, .calls = {&host_mallocs}},
-    {.code = -10, .messages = {94}, .calls = {&host_texts}},
-    {.write = true, .result = 1, .calls = {&mallocs}},
-    {.write = true, .result = 1, .code = -5, .messages = {42}, .calls = {&opens, &mkdirs}},
-    {.write = true, .result = 1, .code = -5, .messages = {258}, .calls = {&opens, &mkdirs}},
-    {.write = true, .result = 1, .code = -5, .messages = {94, 42}, .calls = {&host_texts}},
-    {.write = true, .result = 1, .code = -5, .messages = {94, 258}, .calls = {&host_texts}},
-    {.write = true, .code = -5, .messages = {52}, .calls = {&opens, &host_paths}},
-    {.write = true, .code = -5, .messages = {94, 52}, .calls = {&host_texts}},
-    {.write = true, .code = -10, .calls = {&host_mallocs}},
-    {.write = true, .code = -20, .messages = {56}, .calls = {&writes, &halves}},
-};
-
 // --- Scenarios ------------------------------------------------------------------------------
 
 constexpr int32_t WIDTH = 3;
-constexpr int32_t HEIGHT = 3;
+constexpr int32_t HEIGHT = 4;
+
+using Files = std::map<std::string, Bytes>;
 
 struct Scenario {
-    std::string what;
+    const char *what;
     bool write = false;
-    int32_t colours = 0, mattes = 0, depths = 0;
+    int32_t planes[3] = {3, 0, 0}; // channels of colour, matte and depth
     std::string name = "r/x.pix";
     std::vector<std::string> files = {"x.pix"}; // to be read: one, or a pair
-    bool here = false;                          // the name leads there without a search too
+    Files damage = {};                          // what is then put in the place of some
+    std::vector<int> outcome = {1, 0};          // of an open in which nothing fails
 };
 
 const std::vector<std::string> PAIR = {"x.pix.e", "x.pix.o"};
+const Bytes OTHER = colour_header(2, 1, 8);
+const Files LONG = {{"r/x.pix", colour_header(WIDTH, HEIGHT) + hex("04010203")}};
+const Files UNLIKE = {{"mask/x.pix.e", OTHER}, {"mask/x.pix.o", colour_header(1, 1, 8)}};
+const Files MISFIT = {{"mask/x.pix", OTHER}, {"depth/x.pix", hex("0000DD4F")}};
 
 const Scenario SCENARIOS[] = {
-    {.what = "write colour", .write = true, .colours = 3},
-    {.what = "write colour with matte", .write = true, .colours = 3, .mattes = 1},
-    {.what = "write colour with both", .write = true, .colours = 3, .mattes = 1, .depths = 1},
-    {.what = "write matte", .write = true, .mattes = 1},
-    {.what = "write depth", .write = true, .depths = 1},
-    {.what = "write colour to output", .write = true, .colours = 3, .name = "/dev/stdout"},
-    {.what = "write depth to output", .write = true, .depths = 1, .name = "/dev/stdout"},
-    {.what = "read colour", .colours = 3},
-    {.what = "read colour here", .colours = 3, .here = true},
-    {.what = "read colour with matte", .colours = 3, .mattes = 1},
-    {.what = "read colour with depth", .colours = 3, .depths = 1},
-    {.what = "read colour with both", .colours = 3, .mattes = 1, .depths = 1},
-    {.what = "read matte", .mattes = 1},
-    {.what = "read pair", .colours = 3, .files = PAIR},
-    {.what = "read pair here", .colours = 3, .files = PAIR, .here = true},
-    {.what = "read pair with both", .colours = 3, .mattes = 1, .depths = 1, .files = PAIR},
-    {.what = "read pair of mattes", .mattes = 1, .name = "r/x.1", .files = {"x.1e", "x.1o"}},
-    {.what = "read colour from input", .colours = 3, .name = "/dev/stdin"},
-    {.what = "read matte from input", .mattes = 1, .name = "/dev/stdin"},
+    {.what = "write colour with both", .write = true, .planes = {3, 1, 1}},
+    {.what = "write depth", .write = true, .planes = {0, 0, 1}},
+    {.what = "read colour with both", .planes = {3, 1, 1}},
+    {.what = "read pair with both", .planes = {3, 1, 1}, .files = PAIR},
+    {.what = "read pair of mattes", .planes = {0, 1}, .name = "r/x.1", .files = {"x.1e", "x.1o"}},
+    {.what = "read colour from input", .name = "/dev/stdin"},
+    {.what = "read a row that is too long", .damage = LONG},
+    {.what = "read companions of other sizes", .damage = MISFIT, .outcome = {0, -5, 43, 25}},
+    {.what = "read unlike fields", .files = PAIR, .damage = UNLIKE, .outcome = {0, -5, 259, 25}},
 };
 
-// The row buffers of an image, filled.
-struct Row {
-    Row(const ImageInfo &info, int32_t row)
-    {
-        for (int32_t x = 0; x < WIDTH; ++x) {
-            for (int32_t channel = 0; channel < 4; ++channel) {
-                bytes[channel][x] = static_cast<uint8_t>(row * 7 + x / 2 + channel * 50);
-            }
-            depths[x] = 100000 + row * 7 + x / 2;
-        }
-        buffers.assign(bytes, bytes + info.channel_count);
-        buffers.insert(buffers.end(), bytes + 3, bytes + 3 + info.matte_count);
-        buffers.insert(buffers.end(), &depths, &depths + info.aux_count);
+const Way WAYS[] = {
+    {},
+    {.what = ", out of order: ", .disorder = true},
+    {.what = ", unbuffered: ", .unbuffered = true},
+    {.what = ", unbuffered, out of order: ", .disorder = true, .unbuffered = true},
+    {.what = ", searched: ", .searched = true},
+    {.what = ", searched here: ", .searched = true, .here = true},
+    {.what = ", errno 0: ", .junk = 0},
+    {.what = ", errno kept: ", .quiet = true},
+};
+
+// The row buffers of an image, filled; they serve one row at a time.
+std::vector<void *> row_buffers(const ImageInfo &info, int32_t row)
+{
+    static int32_t cells[5][WIDTH];
+    for (int32_t i = 0; i < 5 * WIDTH; ++i) {
+        cells[i / WIDTH][i % WIDTH] = 100000 + row * 7 + i / 2;
     }
+    std::vector<void *> buffers(cells, cells + info.channel_count);
+    buffers.insert(buffers.end(), cells + 3, cells + 3 + info.matte_count);
+    buffers.insert(buffers.end(), cells + 4, cells + 4 + info.aux_count);
+    return buffers;
+}
 
-    std::vector<void *> buffers;
-    uint8_t bytes[4][WIDTH];
-    int32_t depths[WIDTH];
-};
+// --- What is expected -----------------------------------------------------------------------
 
 class FaultTest : public ModuleTest {
   protected:
@@ -362,447 +305,287 @@ class FaultTest : public ModuleTest {
         standin_set_sink(take, this);
     }
 
-    // What errno must be behind a message; -1: anything.
-    int expected_reason(int number) const
+    // What a message says beside the words that it always has; "" if nothing.
+    std::string words(int number) const
     {
-        const bool host = point.call->service >= 0;
-        const bool astray_search = point.call == &host_paths && !scenario.write;
-        if (opened || number == 25 || number == 56) {
-            return reason;
-        }
-        if (point.onwards || astray_search) {
-            return -1;
-        }
-        // The main file's name is saved behind its open, or there was no open.
-        const bool late = point.call == &ends && (!exact || scenario.name[0] == '/');
-        return host || late ? HOST_JUNK : reason;
+        const std::string &name = scenario.name;
+        const std::string file = where + "/" + fs::path(name).filename().string();
+        const std::string first = name[0] == '/' ? name : "r/" + scenario.files[0];
+        // An open that fails without an error shows what a service left in errno, if one did.
+        const bool service = !opened && point.call->service != STANDIN_SERVICES;
+        const bool any = !opened && (point.onwards || point.call == &ends ||
+                                     (service && (way.quiet || !scenario.write)));
+        const int error = service ? HOST_JUNK : reason;
+        const std::string why = any || (number == 25 && error == 0) ? "" : strerror(error);
+        std::map<int, std::string> all = {
+            {-1, first + ": " + why},
+            {25, where + " file `" + file + "'; " + why},
+            {42, "mask file " + name + "; " + why},
+            {52, "file " + name + "; " + why},
+            {53, asked + " ("},
+            {55, "scanline " + asked + "; " + why},
+            {56, "to " + (opened ? file : name) + "; " + why},
+            {57, "scanline " + asked + "; " + why},
+            {59, "scanline " + asked},
+            {60, "file " + name + "; "},
+            {258, "depth file " + name + "; " + why},
+            {259, "`" + file + "'"},
+        };
+        return all[number] + (number == 25 && !any ? " (" : "");
     }
 
     void check_message(const StandinMessage &message)
     {
         const int number = seen.emplace_back(message.set == 902 ? message.number : -1);
-        const int error = expected_reason(number);
-        const std::string companion = where + scenario.name.substr(1);
-        const bool main = where[0] == 'r' || (number == 56 && !opened);
-        const std::pair<const char *, std::string> words[] = {
-            {"FILE", main ? scenario.name : companion},
-            {"NAME", scenario.name},
-            {"FIRST", scenario.files.size() == 2 ? "r/" + scenario.files[0] : scenario.name},
-            {"KIND", where},
-            {"ROW", std::to_string(asked)},
-            {"REASON", error == 0 && number == 25 ? "" : strerror(error)}};
-        const Message &known = *std::find_if(MESSAGES, std::end(MESSAGES) - 1,
-                                             [&](const Message &m) { return m.number == number; });
-        std::string expected = known.text;
-        expected.resize(error < 0 ? std::min(expected.find("REASON"), expected.size())
-                                  : expected.size());
-        for (const auto &[word, value] : words) {
-            for (size_t at = 0; (at = expected.find(word)) != expected.npos;) {
-                expected.replace(at, strlen(word), value);
-            }
-        }
         std::string text = message.text;
-        for (size_t at = 0; (at = text.find(directory + "/")) != text.npos;) {
-            text.erase(at, directory.size() + 1);
-        }
-        // Standard output may be replaced now.
-        wrong += text.rfind(expected, 0) == 0 ? "" : text + ", not " + expected + "; ";
-        wrong += number < 0 || is_known(message) ? "" : text + " is not as in the table; ";
+        text.erase(std::min(text.find(directory), text.size()), directory.size() + 1);
+        EXPECT_PRED_FORMAT2(testing::IsSubstring, words(number), text);
+        EXPECT_TRUE(number < 0 || is_known(message)) << text;
     }
 
-    // One call of the module, with the standard streams replaced.
-    template <class Procedure>
-    int32_t call(const Procedure &procedure)
+    // One call of the module.
+    int32_t call(const std::function<int32_t()> &procedure)
     {
-        FILE *const kept[] = {stdin, stdout};
-        stdin = standard ? standard : stdin;
-        stdout = standard ? standard : stdout;
-        failures = bad_closes = 0;
         seen.clear();
-        wrong.clear();
-        errno = spoilt ? reason : errno;
+        bad_closes = 0;
+        errno = way.quiet ? left : reason;
         active = true;
         const int32_t returned = procedure();
         active = false;
-        stdin = kept[0];
-        stdout = kept[1];
-        EXPECT_EQ(wrong, "") << "messages that are not as expected";
+        left = errno;
+        EXPECT_EQ(locks, 0) << "streams are left locked";
         return returned;
     }
 
-    // Starts to count, and to fail at `next`.
-    void set_point(const Point &next)
-    {
-        point = next;
-        made.clear();
-        stuck.clear();
-        standin_reset_faults();
-        standin_spoil_errno(spoilt ? HOST_JUNK : 0);
-        for (Call *kind : CALLS) {
-            kind->calls = 0;
-        }
-        if (point.nth > 0 && point.call->service >= 0) {
-            standin_fail(static_cast<StandinService>(point.call->service), point.nth,
-                         point.onwards);
-        }
-    }
-
+    // Makes the files of an image that is to be read.
     void prepare()
     {
         clear();
-        point = {};
-        const Scenario &s = scenario;
-        const auto step = static_cast<int32_t>(s.write ? 0 : s.files.size());
-        for (int32_t i = 0; i < step; ++i) {
-            const int32_t height = (HEIGHT - i + step - 1) / step;
-            ImageHandle *handle = writer(s.files[static_cast<size_t>(i)], WIDTH, height, s.colours,
-                                         s.mattes, s.depths);
+        const auto &[colours, mattes, depths] = scenario.planes;
+        const auto step = static_cast<int32_t>(scenario.files.size());
+        for (int32_t first = 0; first < step && !scenario.write; ++first) {
+            ImageHandle *handle = writer(scenario.files[static_cast<size_t>(first)], WIDTH,
+                                         HEIGHT / step, colours, mattes, depths);
             ASSERT_EQ(module.write_open(handle), 1);
-            for (int32_t row = 0; row < height; ++row) {
-                Row data(*handle->info, i + row * step);
-                handle->scanline_proc(handle->priv->state, height - 1 - row, data.buffers.data());
+            for (int32_t row = first; row < HEIGHT; row += step) {
+                handle->scanline_proc(handle->priv->state, (HEIGHT - 1 - row) / step,
+                                      row_buffers(*handle->info, row).data());
             }
             ASSERT_EQ(handle->close_proc(handle), 0);
+        }
+        for (const auto &[file, bytes] : scenario.damage) {
+            make(file, bytes);
+        }
+    }
+
+    // Starts to count, and to fail at `next`.
+    static void set_point(const Point &next)
+    {
+        point = next;
+        stuck.clear();
+        standin_reset_faults();
+        standin_spoil_errno(way.quiet ? 0 : HOST_JUNK);
+        for (Call *kind : CALLS) {
+            kind->calls = 0;
+        }
+        if (next.call->service != STANDIN_SERVICES) {
+            standin_fail(next.call->service, next.nth, next.onwards);
         }
     }
 
     // Returns the handle after an open, whose result is then in `result`.
     ImageHandle *open()
     {
-        const Scenario &s = scenario;
-        const bool is_standard = s.name[0] == '/';
-        standard = is_standard ? open_stream(path("r/x.pix").c_str(), s.write) : nullptr;
-        before = files();
-        const std::string name = exact && !is_standard ? path(s.name) : s.name;
-        ImageHandle *handle =
-            s.write ? standin_new_writer(name.c_str(), WIDTH, HEIGHT, s.colours, s.mattes, s.depths)
-                    : standin_new_reader(name.c_str());
-        handle->name_is_exact = exact ? 1 : 0;
+        const std::string &name = scenario.name;
+        const auto &[colours, mattes, depths] = scenario.planes;
+        stdin = name[0] == '/' ? open_stream(path("r/x.pix").c_str(), "r") : stdin;
+        const size_t files_before = files().size();
+        const std::string given = way.searched || name[0] == '/' ? name : path(name);
+        ImageHandle *handle = scenario.write ? standin_new_writer(given.c_str(), WIDTH, HEIGHT,
+                                                                  colours, mattes, depths)
+                                             : standin_new_reader(given.c_str());
+        handle->name_is_exact = way.searched ? 0 : 1;
         vyn__err = 0;
-        reason = errno = junk;
-        astray = opened = false;
+        reason = left = way.junk;
+        astray = lost = opened = false;
         result =
-            call([&] { return s.write ? module.write_open(handle) : module.read_open(handle); });
+            call([&] { return (scenario.write ? module.write_open : module.read_open)(handle); });
         opened = result != 0;
+        asked = "0";
+        check_open(handle, files_before);
         return handle;
     }
 
-    void check_open(const ImageHandle *handle)
+    // Whether an open may end so: as if nothing failed; as its only failure says; or, when there
+    // are more, with the result, the code and the last message of any.
+    bool may_end(const std::vector<int> &ended) const
     {
-        const int code = vyn__err;
-        const auto allows = [&](const Outcome &o) {
-            const bool last = seen.empty() == o.messages.empty() &&
-                              (seen.empty() || seen.back() == o.messages.back());
-            return o.write == scenario.write && o.result == result && o.code == code &&
-                   (point.onwards ? last : o.messages == seen && o.calls.count(point.call) > 0);
-        };
-        const auto ended = testing::Message() << "open " << result << ", code " << code
-                                              << ", messages " << testing::PrintToString(seen);
-        if (fired()) {
-            EXPECT_TRUE(std::any_of(std::begin(OUTCOMES), std::end(OUTCOMES), allows)) << ended;
-        } else {
-            EXPECT_EQ(ended.GetString(), "open 1, code 0, messages {}");
-        }
-        const bool other_place =
-            scenario.here && !exact && !point.onwards && scenario.files.size() == 1;
-        if (other_place && (point.call == &opens || point.call == &host_paths)) {
-            EXPECT_EQ(result, 1) << "the other place was not tried";
-        }
-        if (!opened) {
-            check_failed(handle);
-            return;
-        }
-        long files_held = 0;
-        for (const PixPlane &plane : handle->priv->state->plane) {
-            files_held += plane.present ? handle->priv->state->fields : 0;
-        }
-        EXPECT_EQ(streams, files_held) << "the streams of what the image has";
-    }
-
-    // What a failed open left: no stream, no name, no claim; of its files those that would not go.
-    void check_failed(const ImageHandle *handle)
-    {
-        std::set<std::string> left(before.begin(), before.end());
-        for (const fs::path &name : made) {
-            left.erase(fs::relative(name, directory));
-        }
-        for (const fs::path &name : stuck) {
-            left.insert(fs::relative(name, directory));
-        }
-        EXPECT_EQ(files(), std::vector<std::string>(left.begin(), left.end()));
-        EXPECT_EQ(streams, standard ? 1 : 0) << "left open";
-        if (!handle->close_proc) {
-            return;
-        }
-        asked = 0;
-        EXPECT_EQ(failed_open_holds(handle), "");
-        EXPECT_EQ(seen.empty() ? 0 : seen.back(), 53);
-    }
-
-    // Another thread can have every stream.
-    static void check_locks(const PixState *state)
-    {
-        std::thread([state] {
-            for (const PixPlane &plane : state->plane) {
-                for (const PixFile &file : plane.file) {
-                    ASSERT_EQ(file.fp ? ftrylockfile(file.fp) : 0, 0) << "left locked";
-                    file.fp ? funlockfile(file.fp) : (void)0;
-                }
+        const bool spare = way.here && point.call == &opens && point.nth == 1 && !scenario.write;
+        const bool well = !fired() || (!point.onwards && (!point.call->told || spare));
+        bool may = ended == scenario.outcome && (well || point.onwards);
+        for (const Call *call : CALLS) {
+            for (const std::vector<int> &end : scenario.write ? call->write : call->read) {
+                const bool like =
+                    end[0] == ended[0] && end[1] == ended[1] && end.back() == ended.back();
+                may |= point.onwards ? like : !well && call == point.call && end == ended;
             }
-        }).join();
+        }
+        return may;
     }
 
-    // Asks for a scanline, and checks what comes. Scanlines that go well allocate nothing.
-    int32_t ask(const ImageHandle *handle, int32_t y)
+    // Checks how an open ended and what it left: of a failed one, the files that would not go.
+    void check_open(const ImageHandle *handle, size_t files_before)
     {
-        asked = y;
+        std::vector<int> ended = {result, vyn__err};
+        ended.insert(ended.end(), seen.begin(), seen.end());
+        EXPECT_PRED1([this](const auto &end) { return may_end(end); }, ended);
+        long held = opened || stdin == real ? 0 : 1;
+        if (opened) {
+            for (const PixPlane &plane : handle->priv->state->plane) {
+                held += plane.present ? handle->priv->state->fields : 0;
+            }
+        } else {
+            EXPECT_EQ(files().size(), files_before + stuck.size()) << "files are left";
+            EXPECT_EQ(handle->close_proc ? failed_open_holds(handle) : "", "");
+        }
+        EXPECT_EQ(streams, held) << "of what the image has";
+    }
+
+    // Asks for a scanline, and checks what comes. One that goes well allocates nothing.
+    void ask(const ImageHandle *handle, int32_t y)
+    {
+        asked = std::to_string(y);
         const bool write = scenario.write;
         PixState *state = handle->priv->state;
-        const auto next = static_cast<int32_t>(state->row);
-        const int32_t row = HEIGHT - 1 - y;
-        Row data(*handle->info, row);
-        const long allocated = allocations;
-        void **rows = data.buffers.data();
-        const std::vector<int32_t> given = samples(*handle->priv->state, rows);
-        const int32_t code = call([&] {
-            return handle->scanline_proc(state, y, write ? static_cast<void *>(rows) : &rows);
-        });
-        EXPECT_EQ(code, vyn__err);
-        astray = astray && (write || row >= next);
+        const uint32_t next = state->row, row = static_cast<uint32_t>(HEIGHT - 1 - y);
+        std::vector<void *> buffers = row_buffers(*handle->info, HEIGHT - 1 - y);
+        void **rows = buffers.data();
+        void *argument = write ? static_cast<void *>(rows) : &rows;
+        const std::vector<int32_t> given = samples(*state, rows);
+        const long allocated = allocations, sought = seeks.calls;
+        const bool sure = state->seekable || !way.unbuffered;
+        const int32_t code = call([&] { return handle->scanline_proc(state, y, argument); });
+        const bool refused = write && row != next;
+        EXPECT_EQ(vyn__err, code);
+        EXPECT_TRUE(sure || !state->seekable || seeks.calls - sought >= streams)
+            << "not all sought";
         if (code == 0) {
             EXPECT_EQ(seen, std::vector<int>{});
-            EXPECT_EQ(result, 1) << "no buffers, but a row";
+            EXPECT_TRUE(result == 1 && !lost && !refused) << "no such row is there";
             EXPECT_EQ(allocations, allocated);
-        } else if (write && row != next) {
-            EXPECT_EQ(code, -2);
-            EXPECT_EQ(seen, std::vector<int>{53});
+            astray = astray && (write || row >= next);
         } else {
-            EXPECT_EQ(code, write ? -20 : -18);
-            EXPECT_EQ(seen.empty() ? 0 : seen.back(), write ? 57 : 55);
-            EXPECT_TRUE(fired());
-            EXPECT_TRUE(!write || next == static_cast<int32_t>(state->row));
+            EXPECT_EQ(code, refused ? -2 : write ? -20 : -18);
+            EXPECT_EQ(seen.empty() ? 0 : seen.back(), refused ? 53 : write ? 57 : 55);
+            EXPECT_TRUE(refused || fired() || !scenario.damage.empty()) << "for no reason";
+            EXPECT_TRUE(state->row == next || !(write || lost)) << "a row is counted";
             // After a seek that failed no row is given before the files are found again.
-            astray = point.call != &seeks || point.onwards;
+            astray = astray || (!refused && point.call != &seeks);
+            lost = point.call == &seeks && point.onwards;
         }
         if (write || (code == 0 && !astray)) {
-            EXPECT_EQ(samples(*handle->priv->state, rows), given);
+            EXPECT_EQ(samples(*state, rows), given);
         }
-        if (point.nth == 0) {
-            check_locks(state);
-        }
-        return code;
     }
 
-    void check_close(ImageHandle *handle)
+    // Closes the image; a handle without a private block or a state is only destroyed.
+    void close(ImageHandle *handle)
     {
-        const bool complete = scenario.write && result == 1 && !astray;
-        const bool open = handle->close_proc != nullptr;
-        closes.told = true;
-        const int32_t code = call([&] { return open ? handle->close_proc(handle) : 0; });
-        closes.told = false;
-        open ? (void)0 : vyn__free_obj(handle);
+        const CloseProc close_proc = handle->close_proc ? handle->close_proc : closer;
+        const long freed = standin_calls(STANDIN_FREE_OBJ);
+        const int32_t code = call([&] { return close_proc(handle); });
+        EXPECT_EQ(vyn__err, code);
+        EXPECT_EQ(standin_calls(STANDIN_FREE_OBJ), freed + 1);
         EXPECT_EQ(code, seen.empty() ? 0 : -20);
         EXPECT_EQ(seen, std::vector<int>(seen.size(), 56));
-        EXPECT_LE(seen.size(), 6U); // one for each stream
-        EXPECT_GE(seen.size(), static_cast<size_t>(bad_closes));
-        EXPECT_GE(failures, seen.empty() ? 0 : 1);
-        EXPECT_EQ(streams, standard ? 1 : 0) << "left open";
-        EXPECT_EQ(standard ? fclose(standard) : 0, 0);
-        EXPECT_EQ(streams, 0);
-        for (const std::string &file : complete &&code == 0 ? files() : decltype(files())()) {
+        EXPECT_TRUE(seen.size() >= bad_closes && (fired() || seen.empty())) << seen.size();
+        EXPECT_EQ(stdin == real ? 0 : fclose(std::exchange(stdin, real)), 0);
+        EXPECT_EQ(streams, 0) << "left open";
+        const bool complete = scenario.write && result == 1 && !astray && code == 0;
+        for (const std::string &file : complete ? files() : std::vector<std::string>()) {
             EXPECT_EQ(contents(file), written.try_emplace(file, contents(file)).first->second);
         }
     }
 
-    // Runs the scenario with the failures of `next`.
-    void inject(const Point &next, bool disorder)
+    // Runs the scenario with the failures of `next`. A null state has no scanlines.
+    void inject(const Point &next)
     {
         if (scenario.write) {
             prepare();
         }
         set_point(next);
         ImageHandle *handle = open();
-        check_open(handle);
-        for (const int32_t y : disorder ? std::vector{0, 2, 2, 1, 0, 0} : std::vector{2, 1, 0}) {
+        if (next.nth == 0) {
+            closer = handle->close_proc;
+            EXPECT_EQ(call([&] { return handle->scanline_proc(nullptr, 0, nullptr); }), -2);
+            EXPECT_EQ(vyn__err, -2);
+        }
+        const std::vector<int32_t> disorder = {2, 2, 1, 3, 0, 0, 2, 1, 0}, order = {3, 2, 1, 0};
+        for (const int32_t y : way.disorder ? disorder : order) {
             if (opened) {
                 ask(handle, y);
             }
         }
-        check_close(handle);
+        close(handle);
     }
 
-    // Injects every failure; returns how many.
-    long inject_all(const std::string &how, bool disorder, bool unbuffered)
+    // Runs the scenario without a failure, then with every one; returns how many.
+    long inject_all()
     {
         const char *only = getenv("VORLA_FAULT");
-        long injected = 0;
-        inject({.unbuffered = unbuffered}, disorder);
         std::vector<Point> points;
+        SCOPED_TRACE(std::string(scenario.what) + way.what);
+        inject({});
         for (Call *kind : CALLS) {
-            for (long i = 0; i < 2 * calls_of(*kind); ++i) {
-                points.push_back({kind, i / 2 + 1, i % 2 != 0, unbuffered});
+            // Of damaged files nothing is certain but that some failures make no difference.
+            const long certain = scenario.damage.empty() ? 2 : kind->told ? 0 : 1;
+            for (long i = 0; i < certain * calls_of(*kind); ++i) {
+                points.push_back({kind, i / certain + 1, i % certain != 0});
             }
         }
+        long injected = 0;
         for (const Point &next : points) {
-            const std::string name = how + next.call->name + " " + std::to_string(next.nth) +
-                                     (next.onwards ? " and on" : "");
+            const std::string name = std::string(scenario.what) + way.what + next.call->name + " " +
+                                     std::to_string(next.nth) + (next.onwards ? " and on" : "");
             if (!only || name == only) {
                 SCOPED_TRACE(name);
-                inject(next, disorder);
+                inject(next);
                 EXPECT_TRUE(fired()) << "the call was not made";
                 ++injected;
             }
         }
-        SCOPED_TRACE(how + "the image after the failures");
-        inject({.unbuffered = unbuffered}, disorder);
         return injected;
     }
 
-    Scenario scenario;
-    std::vector<std::string> before; // files, before the open
-    bool exact = true;
-    bool spoilt = true;    // services leave junk in errno
-    std::vector<int> seen; // messages of the last call
-    std::string wrong;     // what is wrong with them
-    int32_t asked = 0;     // scanline
-    int32_t result = 0;    // of the open
-    bool opened = false;
-    bool astray = false;                  // a scanline has failed
-    FILE *standard = nullptr;             // in the place of the process's standard streams
+    Scenario scenario = {};
+    std::vector<int> seen;    // messages of the last call
+    std::string asked = "0";  // scanline
+    int32_t result = 0;       // of the open
+    int left = 0;             // in errno, by the last call
+    bool astray = false;      // a scanline has failed
+    bool lost = false;        // so has a seek, and all seeks do
+    FILE *const real = stdin; // it is replaced while an image is read from it
+    CloseProc closer = nullptr;
     std::map<std::string, Bytes> written; // what a scenario's files hold
 };
 
 } // namespace
 
-TEST_F(FaultTest, EveryCallThatCanFail)
+TEST_F(FaultTest, AnyCallMayFail)
 {
     setenv("KV_IMG_DIR", directory.c_str(), 1);
     long injected = 0;
     for (const Scenario &s : SCENARIOS) {
         scenario = s;
-        fs::current_path(s.here ? directory : "/");
         written.clear();
+        set_point({});
         prepare();
-        for (const bool unbuffered : {false, true}) {
-            const std::string how = unbuffered ? ", unbuffered: " : ": ";
-            injected += inject_all(s.what + how, false, unbuffered);
-            injected += inject_all(s.what + ", out of order" + how, true, unbuffered);
-            exact = false; // searching differs in the open alone
-            injected += inject_all(s.what + ", searched" + how, false, unbuffered);
-            exact = true;
+        for (const Way &w : WAYS) {
+            way = w;
+            fs::current_path(way.here ? directory : "/");
+            injected += inject_all();
         }
     }
-    fs::current_path("/");
-    unsetenv("KV_IMG_DIR");
     EXPECT_GT(injected, 0);
     printf("%ld failures injected\n", injected);
-}
-
-// What goes wrong without a call that fails has no reason, and no message shows one of another
-// call.
-TEST_F(FaultTest, AMessageShowsNoReasonOfAnotherCall)
-{
-    struct Damage {
-        std::string what;
-        std::vector<std::pair<const char *, Bytes>> files;
-        std::vector<int> messages; // of the open and its first scanline
-    };
-    const Bytes colour = colour_header(1, 1) + hex("01010203"), depth = hex("0000DD4F");
-    const Bytes matte = colour_header(1, 1, 8), other = colour_header(2, 1, 8);
-    const Damage damages[] = {
-        {.what = "a matte that does not fit, and a short depth",
-         .files = {{"r/x.pix", colour}, {"mask/x.pix", other}, {"depth/x.pix", depth}},
-         .messages = {43, 25}},
-        {.what = "fields of a matte that do not match",
-         .files = {{"r/x.pix.e", colour},
-                   {"r/x.pix.o", colour},
-                   {"mask/x.pix.e", matte},
-                   {"mask/x.pix.o", other}},
-         .messages = {259, 25}},
-        {.what = "a row that is too long",
-         .files = {{"r/x.pix", colour_header(1, 1) + hex("02010203")}},
-         .messages = {59, 55}},
-        {.what = "a row that ends early",
-         .files = {{"r/x.pix", colour_header(1, 1)}},
-         .messages = {55}},
-    };
-    for (const Damage &damage : damages) {
-        clear();
-        for (const auto &[name, bytes] : damage.files) {
-            make(name, bytes);
-        }
-        for (int i = 0; i < 2 * 2 * 6; ++i) {
-            spoilt = i % 2 == 0;
-            junk = i / 2 % 2 == 0 ? ENOTNAM : 0;
-            SCOPED_TRACE(damage.what + ", variant " + std::to_string(i));
-            scenario = {.what = "", .files = {"x.pix"}};
-            set_point({.call = i / 4 == 0 ? &closes : &mallocs, .nth = std::max(1, i / 4)});
-            ImageHandle *handle = open();
-            std::vector<int> all = seen;
-            if (opened) {
-                void **rows = nullptr;
-                asked = 0;
-                call([&] { return handle->scanline_proc(handle->priv->state, 0, &rows); });
-                all.insert(all.end(), seen.begin(), seen.end());
-            }
-            EXPECT_EQ(all, damage.messages);
-            handle->close_proc(handle);
-        }
-    }
-    junk = ENOTNAM;
-}
-
-// An image whose files may stand at different rows since a seek failed is lost: every request, also
-// one onward, first brings all files to a row that is known, or fails.
-TEST_F(FaultTest, ASeekThatFailsLeavesTheImageLost)
-{
-    for (const auto &names : {std::vector<std::string>{"x.pix"}, PAIR}) {
-        scenario = {.what = "", .colours = 3, .mattes = 1, .depths = 1, .files = names};
-        prepare();
-        for (long nth = 1; nth <= 3 * static_cast<long>(names.size()); ++nth) {
-            SCOPED_TRACE(names[0] + ", seek " + std::to_string(nth));
-            set_point({.unbuffered = true}); // within a buffer nothing is sought
-            ImageHandle *handle = open();
-            EXPECT_EQ(ask(handle, 2), 0);
-            EXPECT_EQ(ask(handle, 1), 0);
-            set_point({.call = &seeks, .nth = nth});
-            EXPECT_EQ(ask(handle, 1), -18);
-            seekless = true;
-            EXPECT_EQ(ask(handle, 0), -18);
-            EXPECT_EQ(ask(handle, 2), -18);
-            EXPECT_EQ(handle->priv->state->row, 2U);
-            seekless = false;
-            set_point({});
-            EXPECT_EQ(ask(handle, 0), 0);
-            EXPECT_EQ(ask(handle, 2), 0);
-            check_close(handle);
-        }
-    }
-}
-
-// A null state has no scanlines, and a handle without one is only destroyed.
-TEST_F(FaultTest, WithoutAStateNothingIsThereToBeDone)
-{
-    for (const bool write : {true, false}) {
-        scenario = {.what = "", .write = write, .colours = 3};
-        prepare();
-        set_point({});
-        ImageHandle *handle = open();
-        vyn__err = 1;
-        EXPECT_EQ(call([&] { return handle->scanline_proc(nullptr, 0, nullptr); }), -2);
-        EXPECT_EQ(vyn__err, -2);
-        const CloseProc close_proc = handle->close_proc;
-        check_close(handle);
-        for (const bool block : {true, false}) {
-            handle = standin_new_reader("x");
-            handle->priv =
-                block ? static_cast<PixPrivate *>(calloc(1, sizeof(PixPrivate))) : nullptr;
-            vyn__err = 1;
-            const long freed = standin_calls(STANDIN_FREE_OBJ);
-            EXPECT_EQ(call([&] { return close_proc(handle); }), 0);
-            EXPECT_EQ(vyn__err, 0);
-            EXPECT_EQ(standin_calls(STANDIN_FREE_OBJ), freed + 1);
-        }
-        EXPECT_EQ(seen, std::vector<int>{});
-    }
 }
