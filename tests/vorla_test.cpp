@@ -61,14 +61,17 @@ struct Row {
 // `begun N` waits until N outputs have been begun, and `interrupt SIGNAL N` sends a signal then.
 // `limited N` lets no file grow beyond N blocks of 512 bytes, nor spoil those of a coverage build.
 // `refused` prints those of its command lines that are no wrong usage. `spoil` copies a file, cut
-// or with a byte changed, to ../s. `check` tries a row in a copy of the samples.
+// or with a byte changed, to ../s. `closed` runs vorla while ../b may not be read. `check` tries a
+// row in a copy of the samples.
 const std::string SHELL = "export PATH='" VORLA_FOLDER "':\"$PATH\" DESKTOP=" DESKTOP_PATH R"(
-export TMPDIR=../tmp LC_ALL=C ASAN_OPTIONS=exitcode=99:quarantine_size_mb=1 LONG=$(printf %0300d).png
+export TMPDIR=../tmp LC_ALL=C ASAN_OPTIONS=exitcode=99:quarantine_size_mb=1
 begun() { for i in $(seq 3000); do [ $(ls -d ../*/.vorla-* | wc -l) -ge $1 ] && break; done 2>&-; }
 interrupt() { s=$1 n=$2; shift 2; env --default-signal=$s vorla "$@" & begun $n; kill -$s $!
     { wait $!; } 2>&-; }
-limited() { (ulimit -f $1; shift; GCOV_PREFIX=/dev/null vorla "$@" 2>&1; echo "exit $?") | grep -v ^prof; }
+limited() { (ulimit -f $1; shift; GCOV_PREFIX=/sys vorla "$@" 2>&1; echo exit $?) | grep -v ^prof; }
 refused() { for i; do vorla $i >../tmp/o 2>&1; [ $? = 2 ] || echo "$i"; done; rm ../tmp/o; }
+closed() { chmod 0 ../b; [ $(id -u) = 0 ] && n='setpriv --bounding-set=-all'; $n vorla "$@"
+    n=$?; chmod 755 ../b; return $n; }
 spoil() { mkdir ../s; for i in $(seq 0 9 $(($(stat -c %s $1) - 1))); do head -c $i $1 >../s/cut$i
     (head -c $i $1; printf '\377'; tail -c +$((i + 2)) $1) >../s/bad$i; done; }
 check() {
@@ -78,8 +81,7 @@ check() {
         s,^Only in now/(.*): ,+\1/,; s,^File.* now/(.*) (differ|is .*),!\1,' | paste -sd' '
     cd /; rm -r $t
 }
-exec >../said 2>&1 </dev/null
-trap 'code=$?; [ $code = 0 ] || echo "exit $code"' EXIT
+LONG=$(printf %0300d).png; exec >../said 2>&1 </dev/null; trap 'n=$?; [ $n = 0 ] || echo exit $n' 0
 )";
 
 class VorlaTest : public ModuleTest {
@@ -157,8 +159,7 @@ static const Row LOOKS[] = {
     {.given = "ln -s ../../r/a ../b/r", .run = "vorla info ../b/r/a", .exit = 1, .says = "link"},
     {.given = "cp m ../mask/s; :>s", .run = "vorla verify -r ..", .exit = 1, .says = "r/s: not"},
     {.given = ":>../b/e.pix", .run = "vorla verify -r ../b", .exit = 1, .says = "its header"},
-    {.given = "cp c ../b/.vorla-.tmp", .run = "vorla verify -r ../b", .says = "no PIX files"},
-    {.run = "vorla verify . || (ulimit -n 5; vorla verify -r ..)", .exit = 3, .says = "Too many"},
+    {.run = "vorla verify . || closed verify -r ..", .exit = 3, .says = "the directory: Permiss"},
 };
 
 TEST_F(VorlaTest, InfoAndVerifySayWhatIsWrongAndInWhichFile)
@@ -261,8 +262,8 @@ TEST_F(VorlaTest, FileManagersAndShellsGetWhatTheyLookFor)
     EXPECT_EQ(run(R"(mkdir -p ../s/packages; cp $DESKTOP/vorla.xml ../s/packages
 update-mime-database ../s 2>&-; grep image/x-vorla-pix: ../s/globs2
 touch t; eval $(sed -n 's/^Exec=//p' $DESKTOP/vorla.thumbnailer | sed 's/%s/2/; s/%i/a/; s/%o/t/')
-bash -c '. $DESKTOP/vorla.bash; COMP_WORDS=(vorla export --si) COMP_CWORD=2; _vorla; echo $COMPREPLY')"),
-              "50:image/x-vorla-pix:*.pix\n--size\n");
+bash -c '. $DESKTOP/vorla.bash; COMP_WORDS=(v info --j) COMP_CWORD=2; _vorla; echo $COMPREPLY')"),
+              "50:image/x-vorla-pix:*.pix\n--json\n");
     EXPECT_EQ(rgba("t"), hex("185088A0 191108C0")); // the mean of all rows, two columns
 }
 
@@ -276,8 +277,9 @@ TEST_F(VorlaTest, PicturesHoldTheSamplesAndComeBackAsTheyWere)
 vorla import -f $o ../x/$n.$t ../b/r/$n; vorla export -f ../b/r/$n 2.$t; cmp 2.$t ../x/$n.$t
 cmp $n ../b/r/$n; done; cmp ../mask/a ../b/mask/a; done; cmp ../depth/a ../b/depth/a
 vorla export --linear --depth float a 3.exr; vorla import -q --linear 3.exr ../b/r/a2
-cmp 3.exr ../x/a.exr | wc -l; cmp a ../b/r/a2)"),
-              "1\n");
+cmp a ../b/r/a2; vorla import ../x/z.png z)"),
+              "vorla: ../x/z.png: samples of 16 bits are reduced to 8\n");
+    EXPECT_EQ(contents("r/z"), colour_header(4, 2) + hex("01FFFFFF 03000000 01FFFFFF 03000000"));
     const Bytes depths = hex("00000001 05F5E100 7FFFFFFF 01000000"); // 24 bits of the last
     EXPECT_EQ(contents("b/depth/a2"), depth_header(4, 2) + depths + depths);
 }
@@ -301,7 +303,7 @@ H4sIAAAAAAACA4VQsW4CMQx9RzswdOAj2KuyMJYTH4DEgtQtTQxYDU6UhCtsHfsZ/dTm7lJxwFBLT7ac
 DKruzfOJbB096bRWiR221ql+Q+DrNepAJL38kiTlsWa2xXhgMaRs2KT9jUQ6e0JMgWWHp3ZlIh+1knaRhkJ38PBT8F1dxP
 +Mpje5pTwUg2ug5J8FsMiY1L//kIWn0AEAAA==
 End
-vorla import -qf --depth-scale 100 n.exr n)"),
+vorla import -qf --linear --depth-scale 100 n.exr n)"),
               R"(vorla: deep.exr: deep samples are flattened
 vorla: n.exr: left out: fog.R
 vorla: n.exr: there is no channel B; it is black
@@ -317,7 +319,7 @@ vorla: n.exr: 1 of 4 depths that are infinite or no numbers made 100000000
     EXPECT_EQ(contents("r/ym"), colour_header(4, 2, 8) + hex("0100 02FF 0100 0100 02FF 0100"));
     EXPECT_EQ(contents("r/deep"), colour_header(2, 1) + hex("010000FF 01000080"));
     EXPECT_EQ(contents("depth/deep"), Bytes());
-    EXPECT_EQ(contents("r/n"), colour_header(4, 1) + hex("01000000 01008080 01000000 0100FFFF"));
+    EXPECT_EQ(contents("r/n"), colour_header(4, 1) + hex("01000000 0100BCBC 01000000 0100FFFF"));
     EXPECT_EQ(contents("depth/n"), depth_header(4, 1) + hex("00000019 7FFFFFFF 05F5E100 00000000"));
 }
 
