@@ -278,19 +278,6 @@ const Way WAYS[] = {
     {.what = ", errno kept: ", .quiet = true},
 };
 
-// The row buffers of an image, filled; they serve one row at a time.
-std::vector<void *> row_buffers(const ImageInfo &info, int32_t row)
-{
-    static int32_t cells[5][WIDTH];
-    for (int32_t i = 0; i < 5 * WIDTH; ++i) {
-        cells[i / WIDTH][i % WIDTH] = 100000 + row * 7 + i / 2;
-    }
-    std::vector<void *> buffers(cells, cells + info.channel_count);
-    buffers.insert(buffers.end(), cells + 3, cells + 3 + info.matte_count);
-    buffers.insert(buffers.end(), cells + 4, cells + 4 + info.aux_count);
-    return buffers;
-}
-
 // --- What is expected -----------------------------------------------------------------------
 
 class FaultTest : public ModuleTest {
@@ -364,14 +351,9 @@ class FaultTest : public ModuleTest {
         const auto &[colours, mattes, depths] = scenario.planes;
         const auto step = static_cast<int32_t>(scenario.files.size());
         for (int32_t first = 0; first < step && !scenario.write; ++first) {
-            ImageHandle *handle = writer(scenario.files[static_cast<size_t>(first)], WIDTH,
-                                         HEIGHT / step, colours, mattes, depths);
-            ASSERT_EQ(module.write_open(handle), 1);
-            for (int32_t row = first; row < HEIGHT; row += step) {
-                handle->scanline_proc(handle->priv->state, (HEIGHT - 1 - row) / step,
-                                      row_buffers(*handle->info, row).data());
-            }
-            ASSERT_EQ(handle->close_proc(handle), 0);
+            write_image(writer(scenario.files[static_cast<size_t>(first)], WIDTH, HEIGHT / step,
+                               colours, mattes, depths),
+                        first, step);
         }
         for (const auto &[file, bytes] : scenario.damage) {
             make(file, bytes);
@@ -458,8 +440,7 @@ class FaultTest : public ModuleTest {
         const bool write = scenario.write;
         PixState *state = handle->priv->state;
         const uint32_t next = state->row, row = static_cast<uint32_t>(HEIGHT - 1 - y);
-        std::vector<void *> buffers = row_buffers(*handle->info, HEIGHT - 1 - y);
-        void **rows = buffers.data();
+        void **rows = noise(*state, HEIGHT - 1 - y);
         void *argument = write ? static_cast<void *>(rows) : &rows;
         const std::vector<int32_t> given = samples(*state, rows);
         const long allocated = allocations, sought = seeks.calls;

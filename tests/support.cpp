@@ -155,22 +155,33 @@ std::vector<Samples> ModuleTest::all_rows(const ImageHandle *handle)
     return rows;
 }
 
-std::vector<Samples> ModuleTest::write_image(ImageHandle *handle)
+void **ModuleTest::noise(const PixState &state, int32_t row)
+{
+    static Samples cells[5];
+    static void *buffers[5];
+    std::minstd_rand random(static_cast<uint32_t>(row) + 1);
+    void **next = buffers;
+    for (int i = 0; i < 5; ++i) {
+        cells[i].resize(static_cast<size_t>(state.width));
+        auto *bytes = reinterpret_cast<uint8_t *>(cells[i].data());
+        for (int32_t at = 0; at < 4 * state.width; ++at) {
+            bytes[at] = at > 0 && random() % 2 ? bytes[at - 1] : static_cast<uint8_t>(random());
+        }
+        *next = bytes;
+        next += state.plane[std::max(0, i - 2)].present;
+    }
+    return buffers;
+}
+
+std::vector<Samples> ModuleTest::write_image(ImageHandle *handle, int32_t first, int32_t step)
 {
     result = module.write_open(handle);
-    const PixState &state = *handle->priv->state;
-    std::minstd_rand random(1);
+    PixState *state = handle->priv->state;
     std::vector<Samples> rows;
-    for (int32_t y = state.height - 1; result == 1 && y >= 0; --y) {
-        Samples noise[5];
-        void *buffers[5];
-        for (int i = 0; i < 5; ++i) {
-            noise[i].resize(static_cast<size_t>(state.width));
-            std::generate(noise[i].begin(), noise[i].end(), random);
-            buffers[i] = noise[i].data();
-        }
-        rows.push_back(samples(state, buffers));
-        EXPECT_EQ(handle->scanline_proc(handle->priv->state, y, buffers), 0);
+    for (int32_t y = state->height - 1; result == 1 && y >= 0; --y, first += step) {
+        void **row = noise(*state, first);
+        rows.push_back(samples(*state, row));
+        EXPECT_EQ(handle->scanline_proc(state, y, row), 0);
     }
     close_image(handle);
     told = messages();

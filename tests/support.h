@@ -58,9 +58,13 @@ class ModuleTest : public testing::Test {
     Samples ask(const ImageHandle *handle, int32_t y);
     std::vector<Samples> all_rows(const ImageHandle *handle); // in file order
 
-    // Opens an image for writing, writes noise and closes it. Returns the rows in file order. The
-    // result of the open is in `result`, and the messages of all calls are in `told`.
-    std::vector<Samples> write_image(ImageHandle *handle);
+    // Row buffers of an image, with noise that the row's number decides; valid until the next call.
+    static void **noise(const PixState &state, int32_t row);
+
+    // Opens an image for writing, writes noise and closes it. Returns the rows in file order, which
+    // are numbers `first`, `first` + `step` and so on. The result of the open is in `result`, and
+    // the messages of all calls are in `told`.
+    std::vector<Samples> write_image(ImageHandle *handle, int32_t first = 0, int32_t step = 1);
 
     void close_image(ImageHandle *handle, int32_t code = 0);
 
