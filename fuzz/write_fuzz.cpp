@@ -24,15 +24,6 @@ static void describe(ImageHandle *handle, Input *input, bool raw_window)
     }
 }
 
-static bool can_be_stored(const ImageHandle *handle)
-{
-    const ImageInfo &info = *handle->info;
-    return handle->image_count == 1 && strcmp(info.channel_format, "RGB") == 0 &&
-           info.channel_type == 1 && info.channel_width == 8 && info.matte_count <= 1 &&
-           (info.matte_count == 0 || (info.matte_type == 1 && info.matte_width == 8)) &&
-           info.aux_count <= 1 && (info.aux_count == 0 || info.aux_width == 31);
-}
-
 // Writes a row across which the input is spread, and then drops a byte of it.
 static void write_row(const ImageHandle *handle, uint8_t number, Input *input, Rows *written)
 {
@@ -61,13 +52,12 @@ void try_image(Input input)
     handle->name_is_exact = options & 2 ? 0 : 1;
     options & 8 ? standin_request(handle, options & 16 ? 0 : 1, choice) : void();
     describe(handle, &input, options & 1);
-    if (!can_be_stored(handle)) {
-        assert(imageWriteOpen(handle) == 0 && vyn__err == -16 && !handle->priv);
+    if (imageWriteOpen(handle) == 0) {
+        assert(vyn__err == -16 && !handle->priv);
         assert(std::filesystem::is_empty(directory + FOLDERS[0]));
         vyn__free_obj(handle);
         return;
     }
-    assert(imageWriteOpen(handle) == 1);
     const PixState state = *handle->priv->state;
     const ImageInfo info = *handle->info;
     assert(state.plane[PIX_COLOUR].present == (info.channel_count == 3));

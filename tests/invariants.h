@@ -36,26 +36,15 @@ inline std::vector<int32_t> samples(const PixState &state, void *const *rows)
     return all;
 }
 
-// A sentence, and whether it is true of an image.
-struct Claim {
-    bool holds;
-    const char *sentence;
-};
-
-inline std::string first_untrue(std::initializer_list<Claim> claims)
+// Takes sentences, each behind whether it holds.
+inline std::string first_untrue(std::initializer_list<std::pair<bool, const char *>> claims)
 {
-    for (const Claim &claim : claims) {
-        if (!claim.holds) {
-            return std::string("not true: ") + claim.sentence;
+    for (const auto &[holds, sentence] : claims) {
+        if (!holds) {
+            return std::string("not true: ") + sentence;
         }
     }
     return "";
-}
-
-inline bool is_window(const ImageWindow &window, const PixState &state)
-{
-    return window.x_min == 0 && window.x_max == state.width - 1 && window.y_min == 0 &&
-           window.y_max == state.height - 1;
 }
 
 inline bool are_colours(const ImageHandle *handle)
@@ -81,6 +70,7 @@ inline std::string image_disagrees(const ImageHandle *handle)
         const bool used = plane.present && static_cast<uint32_t>(i % 2) < state.fields;
         streams = streams && (plane.file[i % 2].fp != nullptr) == used;
     }
+    const ImageWindow window = {0, state.width - 1, 0, state.height - 1};
     const auto *texts = std::begin(handle->description);
     return first_untrue({
         {vyn__err == 0 || vyn__err == -5 || vyn__err == -16, "the code is that of a warning"},
@@ -93,7 +83,8 @@ inline std::string image_disagrees(const ImageHandle *handle)
         {state.width >= 0 && state.width <= 16383 && state.height >= 0 && state.height <= 16383,
          "the size is in range"},
         {info.width == state.width && info.height == state.height &&
-             is_window(info.data_window, state) && is_window(info.display_window, state),
+             memcmp(&info.data_window, &window, sizeof window) == 0 &&
+             memcmp(&info.display_window, &window, sizeof window) == 0,
          "the sizes are the same"},
         {std::find(state.chan, state.chan + rows + 1, nullptr) == state.chan + rows,
          "there is a row buffer for each channel, and a null"},

@@ -4,11 +4,12 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <random>
+#include <set>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -112,17 +113,21 @@ ImageHandle *ModuleTest::writer(const std::string &name, int32_t width, int32_t 
                               depths);
 }
 
+bool ModuleTest::is_ending(int last, int32_t result, int code)
+{
+    const std::set<std::array<int, 3>> endings = {
+        {0, 1, 0},    {0, -1, 0},  {0, 0, -10},  {25, 0, -5}, {42, 1, -5},
+        {43, 1, -5},  {52, 0, -5}, {56, 0, -20}, {60, 0, -8}, {92, 1, -16},
+        {94, 0, -10}, {94, 1, 0},  {257, 1, -5}, {258, 1, -5}};
+    return endings.count({last, result, code}) == 1;
+}
+
 ImageHandle *ModuleTest::open_image(ImageHandle *handle)
 {
-    // The result and the code that belong to the last message.
-    const std::map<int, std::pair<int32_t, int>> ENDINGS = {
-        {0, {1, 0}},   {25, {0, -5}},  {43, {1, -5}}, {52, {0, -5}},
-        {60, {0, -8}}, {92, {1, -16}}, {257, {1, -5}}};
     vyn__err = 0;
     result = module.read_open(handle);
-    const std::pair<int32_t, int> ending = {result, vyn__err};
     told = messages();
-    EXPECT_EQ(ending, ENDINGS.at(told.empty() ? 0 : told.back()));
+    EXPECT_PRED3(is_ending, told.empty() ? 0 : told.back(), result, vyn__err);
     EXPECT_EQ(result == 1 ? image_disagrees(handle) : failed_open_holds(handle), "");
     new_numbers.clear(); // of the row that a failed open was asked for
     new_texts.clear();

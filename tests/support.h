@@ -50,6 +50,9 @@ class ModuleTest : public testing::Test {
     ImageHandle *writer(const std::string &name, int32_t width, int32_t height, int32_t channels,
                         int32_t mattes = 0, int32_t depths = 0) const;
 
+    // Whether an open may end so: by its last message (0: none), its result and its code.
+    static bool is_ending(int last, int32_t result, int code);
+
     // Opens an image for reading, and checks that the result, the code, the messages and what is
     // open belong together. They are in `result` and `told` then.
     ImageHandle *open_image(ImageHandle *handle);
