@@ -17,8 +17,7 @@
 // Descriptors in use.
 inline auto open_descriptors()
 {
-    const auto all = std::filesystem::directory_iterator("/proc/self/fd");
-    return std::distance(begin(all), end(all));
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 // The samples of a whole row in the row buffers of an image, channel after channel.

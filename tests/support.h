@@ -8,6 +8,7 @@
 
 #include <stdlib.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -41,14 +42,17 @@ class ModuleTest : public testing::Test {
     }
     void make(const std::string &name, const Bytes &bytes) const;
     Bytes contents(const std::string &name) const;
-    void clear() const;                     // removes all images
-    std::vector<std::string> files() const; // all regular files, sorted
+    void clear() const;                         // removes all images
+    std::map<std::string, Bytes> files() const; // all regular files
 
     // Handles for r/`name`, or for the path that it is. Both opens take them, and close_image and
     // vyn__free_obj destroy them.
     ImageHandle *reader(const std::string &name) const;
     ImageHandle *writer(const std::string &name, int32_t width, int32_t height, int32_t channels,
                         int32_t mattes = 0, int32_t depths = 0) const;
+
+    // Whether a message has the severity and the words that hosts know of it.
+    static bool is_known(const StandinMessage &message);
 
     // Whether an open may end so: by its last message (0: none), its result and its code.
     static bool is_ending(int last, int32_t result, int code);

@@ -115,7 +115,6 @@ static const Row LOOKS[] = {
     {.run = "cat a | TMPDIR=no vorla info - || : | vorla info /dev/fd/0", .exit = 3, .says = "use"},
     {.run = "cat a | vorla probe - f.pix ../x/c.png", .exit = 1, .says = "PIX\n../x/c.png: not"},
     {.run = "vorla module && vorla probe --module no.so a", .exit = 4, .says = "vorla: ./no.so: "},
-    {.run = "vorla help && ! vorla && vorla info --wrong a", .exit = 2, .says = ": --wrong: no"},
     {.run = "vorla verify f.pix.e m ./f.pix.o", .says = "^f.pix.e: ok (4 rows; colour)\nm: ok (2 "},
     {.run = "cd /; KV_IMG_DIR=$OLDPWD vorla verify --search a", .says = "colour, matte, depth"},
     {.run = "vorla verify -j1 cut c || vorla verify -j3 cut no c", .exit = 3, .says = "early\nv"},
@@ -124,7 +123,6 @@ static const Row LOOKS[] = {
     {.given = "truncate -s13 ../mask/a", .run = "vorla verify a", .exit = 1, .says = "k/a ends"},
     {.given = "sed -i 's/\\x3/\\x5/' ../mask/a", .run = "vorla verify a", .exit = 1, .says = "add"},
     {.given = "cp c ../mask", .run = "vorla verify c", .exit = 1, .says = "24 bits a pixel"},
-    {.given = "printf '@%07d\\0\\30%06d' >e", .run = "vorla info e", .exit = 1, .says = "16383"},
     {.given = "rm f.pix.o", .run = "vorla info f.pix", .exit = 3, .says = "the field f.pix.o"},
     {.given = "rm -r ../mask; ln -s mask ..", .run = "vorla verify a", .exit = 3, .says = "matte"},
     {.given = "ln -s ../../r/a ../b/r", .run = "vorla info ../b/r/a", .exit = 1, .says = "link"},
@@ -151,7 +149,6 @@ static const Row EXPORTS[] = {
     {.run = "vorla export -f --to png c ../r/c", .exit = 2, .says = "the picture itself"},
     {.given = "ln -s c l", .run = "vorla export -f --to png a l", .files = "!r/l"},
     {.run = "vorla export a ../b/e.png --depth-picture ../b/./e.png", .exit = 2, .says = "be both"},
-    {.run = "vorla export a b.png --depth-picture a/z.png", .exit = 3, .says = "a/z.png: "},
     {.run = "vorla export a $LONG --depth-picture z", .exit = 3, .says = "z is", .files = "+r/z"},
     {.run = "mkfifo ../p; vorla export a a.png --depth-picture ../p & begun 1; echo mine >a.png; "
             "cat ../p >/dev/null; rm ../p; wait $! || cat a.png",
@@ -204,7 +201,6 @@ TEST_F(VorlaTest, ImportMakesWholeSetsOrNothing)
 // The tall pictures take long.
 static const Row BROKEN_OFF[] = {
     {.run = "interrupt INT 1 export tall tall.png", .exit = 130},
-    {.run = "interrupt HUP 1 export tall b.exr", .exit = 129},
     {.run = "interrupt TERM 1 import tall.exr b", .exit = 143},
     {.given = "cp tall t", .run = "interrupt INT 2 export -j2 --to png t tall ../b", .exit = 130},
     {.given = "cp tall.exr t", .run = "interrupt TERM 2 import -j2 t tall.exr ../b", .exit = 143},
@@ -289,12 +285,10 @@ vorla: n.exr: 1 of 4 depths that are infinite or no numbers made 100000000
 TEST_F(VorlaTest, RowsBehindDamagedOnesAreFoundAgain)
 {
     make("r/p", colour_header(4, 5) + hex("04102030 05050505 05050505 04102030 04102030"));
-    make("r/q", colour_header(4, 3) + hex("05050505 05050505 04102030"));
-    EXPECT_EQ(run("vorla export -j 1 --partial p q --to png . 2>&-"), "exit 1\n");
+    EXPECT_EQ(run("vorla export -j 1 --partial p --to png . 2>&-"), "exit 1\n");
     const Bytes black = hex("000000FF 000000FF 000000FF 000000FF");
     const Bytes seen = hex("302010FF 302010FF 302010FF 302010FF");
     EXPECT_EQ(rgba("p.png"), seen + black + black + seen + seen);
-    EXPECT_EQ(rgba("q.png"), black + black + seen);
 }
 
 TEST_F(VorlaTest, MemoryDoesNotGrowWithThePicture)
