@@ -171,6 +171,7 @@ static const Row IMPORTS[] = {
     {.run = "refused 'import i b.7e' 'import i b.png' 'import i /dev/stdout' 'import i i b'"},
     {.run = "refused 'import --matte ../x/a.png b' 'import --linear i b' 'import i ../mask/b'"},
     {.given = "cp i ../mask/b", .run = "refused 'import -f i ./i' 'import -f ../mask/b b'"},
+    {.run = "vorla import . b", .exit = 3, .says = "Is a directory"},
     {.run = "cat i | vorla import - b; cmp b c", .files = "+r/b"},
     {.run = "vorla import i f.pix", .exit = 3, .says = "there is the field f.pix.e"},
     {.run = "vorla import -j 2 ../x/[cm].exr ../b/r", .files = "+b/r/c.pix +b/r/m.pix"},

@@ -47,7 +47,7 @@ const PictureFormat *format_of_stream(FILE *stream)
 {
     char bytes[16];
     const size_t count = fread(bytes, 1, sizeof bytes, stream);
-    rewind(stream);
+    (void)fseek(stream, 0, SEEK_SET); // unlike rewind, it keeps the mark of a read that failed
     return format_of_bytes({bytes, count});
 }
 
