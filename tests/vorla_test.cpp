@@ -110,7 +110,7 @@ vorla export --to png c m ../x; vorla export --to exr a c m ../x; cp ../x/c.png 
 // --- Tables ----------------------------------------------------------------------------------
 
 static const Row LOOKS[] = {
-    {.run = "vorla info a d || vorla info --json ../depth/a", .exit = 1, .says = "is the depth f"},
+    {.run = "vorla info a d || vorla info --json ../depth/a", .exit = 1, .says = "is a depth file"},
     {.run = "vorla info a >/dev/full || vorla info a >&-", .exit = 3, .says = "Bad file desc"},
     {.run = "cat a | TMPDIR=no vorla info - || : | vorla info /dev/fd/0", .exit = 3, .says = "use"},
     {.run = "cat a | vorla probe - f.pix ../x/c.png", .exit = 1, .says = "PIX\n../x/c.png: not"},
@@ -142,8 +142,8 @@ static const Row EXPORTS[] = {
     {.run = "vorla export --to png f.pix.e ../r/f.pix.o f.pix ../tmp", .files = "+tmp/f.png"},
     {.run = "vorla export --to png a cut ../b", .exit = 1, .says = "cut: ", .files = "+b/a.png"},
     {.run = "vorla export d d.png", .exit = 1, .says = "it is left out", .files = "+r/d.png"},
-    {.run = "vorla export --to png a cp/a ../tmp", .exit = 2, .says = "is made of a"},
-    {.run = "vorla export --to png a ../x", .exit = 3, .says = "x/a.png: cannot write: exists; -f"},
+    {.run = "vorla export --to png a cp/a ../tmp", .exit = 2, .says = "made of a"},
+    {.run = "vorla export --to png a ../x", .exit = 3, .says = "x/a.png: cannot write: the file"},
     {.run = "vorla export -f --level 6 c ../x/a.png; cmp ../x/[ac].png", .files = "!x/a.png"},
     {.run = "vorla export -f a ../x/a.png; find .. -perm 604", .says = "^../x/a.png\n$"},
     {.run = "vorla export -f --to png c ../r/c", .exit = 2, .says = "the picture itself"},

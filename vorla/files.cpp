@@ -125,7 +125,7 @@ void check_free(const std::string &name, bool overwrite)
         fail_system(name, "cannot write", EISDIR);
     }
     if (taken && !overwrite) {
-        throw Failure(EXIT_IO, name, "cannot write: exists; -f overwrites it");
+        throw Failure(EXIT_IO, name, "cannot write: the file exists; -f overwrites it");
     }
 }
 
@@ -202,7 +202,7 @@ std::string Outputs::place(const Entry &entry, const std::string &done) const
     const bool placed = renameat2(AT_FDCWD, from, AT_FDCWD, to, how) == 0 ||
                         ((errno == EINVAL || errno == ENOSYS) && rename(from, to) == 0);
     check_call(placed, entry.name, "cannot give the file its name" + done);
-    return entry.name + " is the new one";
+    return entry.name + " is already in place";
 }
 
 void Outputs::put_in_place()

@@ -57,6 +57,6 @@ std::string what_begins_with(const uint8_t *bytes, size_t size)
     const uint32_t magic = pix_long(bytes);
     const bool depth = magic == PIX_MAGIC_DEPTH_INT || magic == PIX_MAGIC_DEPTH_FLOAT;
     return format  ? std::string(format->words) + ", which vorla import reads"
-           : depth ? "the depth file of a picture, whose main file is to be named"
+           : depth ? "a depth file, which is opened with the main file of its picture"
                    : "";
 }

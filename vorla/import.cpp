@@ -186,7 +186,7 @@ ExitCode import_one(const Session &session, const std::string &input, const std:
         note(name, words);
     }
     if (output != plain_name(wanted)) {
-        note(wanted, "the directory is a link; all files of the set stand by " + output);
+        note(wanted, "the directory is a link; all files of the set lie beside " + output);
     }
     return EXIT_FINE;
 }

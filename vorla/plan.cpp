@@ -53,7 +53,8 @@ Names plan_outputs(const Session &session, const std::string &extension)
         const std::string output = output_name(options, input, extension);
         const auto [other, is_new] = inputs.emplace(output, input);
         refuse_if(!is_new && identity_of(session, input) != identity_of(session, other->second),
-                  input, "cannot ", options.command, ": ", output, " is made of ", other->second);
+                  input, "cannot ", options.command, ": ", output, " is already made of ",
+                  other->second);
         outputs.push_back(is_new ? output : "");
     }
     return outputs;

@@ -150,8 +150,8 @@ std::string rest_opens(const Source &source, FileKind kind)
 {
     const bool matte = std::ranges::any_of(source.files.paths[KIND_MATTE], may_exist);
     return kind == KIND_MAIN             ? ""
-           : kind == KIND_DEPTH && matte ? "; --channels matte opens the rest"
-                                         : "; --channels rgb opens the rest";
+           : kind == KIND_DEPTH && matte ? "; --channels matte opens the picture without it"
+                                         : "; --channels rgb opens the picture without it";
 }
 
 // The module has refused the picture; `reason` is the errno that it left.
