@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
 
 namespace {
 

@@ -36,7 +36,7 @@ TEST_F(ReadTest, TheFormatIsTheFirstOfItsSize)
         open_image(handle);
         const float shape = static_cast<float>(c.width) / static_cast<float>(c.height);
         EXPECT_STREQ(handle->info->format_label, c.label);
-        EXPECT_EQ(handle->info->aspect, c.looks < 3 * 17 ? 4.0F / 3 : shape);
+        EXPECT_EQ(handle->info->aspect, c.looks < 3 * 17L ? 4.0F / 3 : shape);
         EXPECT_EQ(standin_calls(STANDIN_FMT_INFO), c.looks);
         close_image(handle);
     }

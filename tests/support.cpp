@@ -66,14 +66,15 @@ Bytes hex(const std::string &digits)
 Bytes colour_header(int width, int height, int bits)
 {
     char digits[32];
-    snprintf(digits, sizeof digits, "%04hX%04hX0000%04hX%04hX", width, height, height - 1, bits);
+    snprintf(digits, sizeof digits, "%04X%04X0000%04X%04X", width & 0xFFFF, height & 0xFFFF,
+             (height - 1) & 0xFFFF, bits);
     return hex(digits);
 }
 
 Bytes depth_header(int width, int height, int magic)
 {
     char digits[32];
-    snprintf(digits, sizeof digits, "%08X%04hX%04hX", magic, width, height);
+    snprintf(digits, sizeof digits, "%08X%04X%04X", magic, width & 0xFFFF, height & 0xFFFF);
     return hex(digits);
 }
 
