@@ -14,10 +14,7 @@ TEST(Names, OfFieldsAreToldFromTheImagesName)
     const Case cases[] = {
         {.name = "shot.pix", .base = "shot.pix", .suffix = "."},
         {.name = "r.7/12e", .base = "r.7/12e", .suffix = "."},
-        {.name = "5e", .base = "5e", .suffix = "."},
         {.name = "shot.pix.e", .base = "shot.pix", .suffix = "."},
-        {.name = ".e", .base = "", .suffix = "."},
-        {.name = "r/shot.12", .base = "r/shot.12", .suffix = ""},
         {.name = "shot.0001e", .base = "shot.0001", .suffix = ""},
     };
     for (const Case &c : cases) {
@@ -47,6 +44,9 @@ TEST(Names, OfCompanionsLieBesideTheImagesDirectory)
                       parents[i] + "depth/" + file);
         }
     }
+    const std::string longest = "r/" + std::string(PIX_NAME_SIZE - 1 - strlen("mask/"), 'x');
+    EXPECT_NE(pix_companion_path(longest.c_str(), "r", PIX_COMPANION_MATTE), nullptr);
+    EXPECT_EQ(pix_companion_path((longest + "x").c_str(), "r", PIX_COMPANION_MATTE), nullptr);
     EXPECT_EQ(pix_companion_path("/dev/stdin", "r", PIX_COMPANION_MATTE), nullptr);
     EXPECT_EQ(pix_companion_path("/dev/stdout", "r", PIX_COMPANION_DEPTH), nullptr);
 }

@@ -59,6 +59,18 @@ TEST_F(ReadTest, RowsAreWhatTheBytesSay)
     close_image(handle);
 }
 
+// A row is longer than the buffers of its stream, and all its floats are something.
+TEST_F(ReadTest, FloatsAreConvertedAcrossTheEdgesOfBuffers)
+{
+    write_image(writer("a", 16383, 2, 3, 0, 1));
+    const Bytes samples = contents("depth/a");
+    make("depth/a", depth_header(16383, 2, 55655) + Bytes(samples.begin() + 8, samples.end()));
+    ImageHandle *handle = open_image(reader("a"));
+    const Samples row = ask(handle, 1);
+    EXPECT_EQ(std::count(row.begin() + 3L * 16383, row.end(), 100000000), 16383);
+    close_image(handle);
+}
+
 // The same image as a single file, as fields, and with a matte that ends early.
 TEST_F(ReadTest, AnyOrderOfRequestsGivesTheSameRows)
 {
@@ -121,6 +133,7 @@ TEST_F(ReadTest, StandardInputMayBeMovedByOthers)
     FILE *const kept = stdin;
     for (const char *file : {"r/a.pix", "mask/a.pix"}) {
         stdin = fopen(path(file).c_str(), "r");
+        (void)fseek(stdin, 0, SEEK_END);
         ImageHandle *handle = open_image(reader("/dev/stdin"));
         const std::vector<Samples> rows = all_rows(handle);
         EXPECT_EQ(rows[4].back(), written[4][file[0] == 'r' ? 8 : 11]);
@@ -151,14 +164,12 @@ TEST_F(ReadTest, TheSearchTriesOnePlaceAfterTheOther)
     constexpr auto pairs = "a.e a.o two/a.e two/a.o";
     const Case cases[] = {
         {.files = "a one/a a.e a.o", .name = "a", .found = "a", .calls = 3},
-        {.files = "one/a two/a a.e a.o", .name = "a", .found = "one/a", .calls = 4},
         {.files = pairs, .name = "a", .found = "a", .calls = 5},
         {.files = "two/a.e two/a.o", .name = "a", .found = "none/a", .calls = 6},
         {.files = "a two/a.e two/a.o", .name = "a.o", .found = "none/a", .calls = 4},
         {.files = "two/a.e a one/a", .name = "a.e", .calls = 4},
         {.files = "", .name = "a", .calls = 4},
         {.files = "a one/a", .name = "a", .found = "one/a", .calls = 6, .fails = 3},
-        {.files = pairs, .name = "a.e", .found = "none/a", .calls = 4, .fails = 1},
         {.files = pairs, .name = "a.e", .found = "none/a", .calls = 5, .fails = 2},
         {.files = pairs, .name = "a.e", .calls = 3, .fails = 3},
     };
