@@ -114,7 +114,7 @@ TEST_F(ReadTest, ReadingGoesOnBehindADamagedRow)
 TEST_F(ReadTest, RowsAcrossTheEdgesOfBuffersComeBackInAnyOrder)
 {
     constexpr int32_t height = 1100;
-    const std::vector<Samples> rows = write_image(writer("a", 1001, height, 3, 1));
+    const std::vector<Samples> rows = write_image(writer("a", 1001, height, 3, 1, 1));
     ImageHandle *handle = open_image(reader("a"));
     std::minstd_rand random(1);
     for (int32_t request = 0; request < 3 * height; ++request) {
