@@ -43,8 +43,9 @@ inline std::string directory; // of the folders; it begins the search list
 
 using Rows = std::map<uint8_t, std::vector<int32_t>>; // samples by the row's number in the file
 
-// Reads a row, or where a number stands for it, a special scanline. Keeps it when it read well and
-// from where it begins, which is not known after a failure.
+// Reads the row `number`, counted from the top; 253, 254 and 255 stand for special scanlines. Keeps
+// the samples of a row that was read without an error, unless an earlier failure has left the files
+// at an unknown place.
 inline void read_row(const ImageHandle *handle, uint8_t number, Rows *kept)
 {
     PixState *state = handle->priv->state;

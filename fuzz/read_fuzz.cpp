@@ -13,8 +13,9 @@ constexpr const char *NAMES[][4] = {
     {"a.o", "a", "a.e", "a.o"},
 };
 
-// Every row that reads well reads the same when it is gone back to, in the other direction from the
-// last row on, which is as far as the files go.
+// Reads rows in the order that the input gives. Then reads again, in the opposite order, those that
+// were read without an error; each must have the same samples. The second pass begins with scanline
+// 0 (253 stands for it), the last row of the files.
 void try_image(Input input)
 {
     Input content = take(&input, input.size() - std::min<size_t>(input.size(), 16));

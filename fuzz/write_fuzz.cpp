@@ -21,7 +21,8 @@ static void describe(ImageHandle *handle, Input *input)
     window.y_max = window.y_min + window.y_max % 9 - 1;
 }
 
-// Writes a row across which the input is spread, and then drops a byte of it.
+// Writes a row. Each of its buffers gets the rest of the input, stretched or shortened to its
+// width; after each buffer the first byte of the input is dropped, so that the buffers differ.
 static void write_row(const ImageHandle *handle, uint8_t number, Input *input, Rows *written)
 {
     PixState *state = handle->priv->state;

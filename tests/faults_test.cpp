@@ -1,13 +1,12 @@
-// Every call that can fail, failing. Each scenario runs once to count its calls, then again with
-// the first, the second, ... call of each kind failing, alone and with those after it: all calls of
-// this kind and, unless it is a seek, all calls to the C library.
+// Makes the module's calls fail, one after another. Each scenario runs once without a failure, to
+// count its calls. Then it runs again for each call of each kind: once with this call failing, and
+// once with all later calls failing too, of this kind and (unless it is a seek) to the C library.
+// Scenarios with damaged files leave most of these runs out, see inject_all. docs/testing.md says
+// how to run one failure alone.
 //
-// A failure is traced to its point, say "read pair with both, unbuffered: read 7 and on". Set
-// VORLA_FAULT to that text to run it alone.
-//
-// This program's own fopen, mkdir, unlink, malloc, free and flockfile are what the module calls.
-// While the module is at work they fail as told, hand out streams that fail, and leave in errno
-// what they may.
+// The module calls this program's own fopen, mkdir, unlink, malloc, free, flockfile and
+// funlockfile. While the module is at work, these functions fail when the scenario wants it, open
+// streams that can fail, and leave in errno the values that a C library is allowed to leave.
 #include "tests/support.h"
 
 #include <dlfcn.h>
@@ -30,12 +29,14 @@ namespace {
 // A kind of call: of the module to the C library, or to a service of the host.
 struct Call {
     const char *name;
-    int error = 0;    // that a failure leaves in errno; 0: what was there
-    bool told = true; // an open ends as below, and shows the error
+    int error = 0; // the errno that a failure leaves; 0: errno is not changed
+    // False: an open goes on as if nothing happened when one call of this kind fails.
+    bool told = true;
     StandinService service = STANDIN_SERVICES;
-    // With which last message an open may end in which one such call fails; 0: with none.
+    // The last messages with which an open for reading or writing may end after one call of this
+    // kind failed; 0: it may end without a message.
     std::set<int> read = {}, write = {};
-    long calls = 0; // to the C library
+    long calls = 0; // counts the calls to the C library; the stand-in counts those of services
 };
 
 Call opens = {.name = "open", .error = ENOLCK, .read = {0, 52}, .write = {42, 52, 258}};
@@ -161,7 +162,8 @@ FILE *open_stream(const char *name, const char *modes)
         setvbuf(stream, nullptr, _IONBF, 0);
     }
     errno = way.junk;
-    reason = fired() && point.call == &opens ? reason : way.junk; // the open that failed is told
+    // An fopen that failed before keeps its reason: a message shows it, although this fopen worked.
+    reason = fired() && point.call == &opens ? reason : way.junk;
     return stream;
 }
 
@@ -198,7 +200,7 @@ extern "C" void funlockfile(FILE *) noexcept
     --locks;
 }
 
-#if !defined(__has_feature) // the sanitizers have an allocator of their own
+#if !defined(__has_feature) // not clang: its preset has sanitizers, which bring their own allocator
 static bool is_own(const void *caller)
 {
     return active && caller >= loaded.dlfo_map_start && caller < loaded.dlfo_map_end;
@@ -281,13 +283,14 @@ class FaultTest : public ModuleTest {
         standin_set_sink(take, this);
     }
 
-    // What a message says beside the words that it always has; "" if nothing.
+    // The part of a message that changes from case to case; "" when nothing is certain.
     std::string words(int number) const
     {
         const std::string &name = scenario.name;
         const std::string file = where + "/" + fs::path(name).filename().string();
         const std::string first = name[0] == '/' ? name : "r/" + scenario.files[0];
-        // An open that fails without an error shows what a service left in errno, if one did.
+        // A failed service leaves HOST_JUNK in errno, and the message shows it when nothing has
+        // changed errno since. Where that is not certain, the text is not checked (`any`).
         const bool service = !opened && point.call->service != STANDIN_SERVICES;
         const bool any = !opened && (point.onwards || point.call == &ends ||
                                      (service && (way.quiet || !scenario.write)));
@@ -387,8 +390,8 @@ class FaultTest : public ModuleTest {
         return handle;
     }
 
-    // Whether an open may end with these messages: as if nothing failed, or as its only failure
-    // says; when there are more, with any.
+    // Whether an open may end with the messages in `seen`: after no failure, with those of the
+    // scenario; after one failed call, with a last message of its kind; after several, with any.
     bool may_end(int last) const
     {
         const bool well = !fired() || (!point.onwards && !point.call->told);
@@ -396,7 +399,7 @@ class FaultTest : public ModuleTest {
         return well ? seen == scenario.told : point.onwards || ends_of_one.count(last) == 1;
     }
 
-    // Checks how an open ended and what it left: of a failed one, the files that would not go.
+    // Checks how an open ended and what it left: after a failure, only files that unlink kept.
     void check_open(const ImageHandle *handle, size_t files_before)
     {
         const int last = seen.empty() ? 0 : seen.back();
@@ -411,7 +414,7 @@ class FaultTest : public ModuleTest {
             EXPECT_EQ(files().size(), files_before + stuck.size()) << "files are left";
             EXPECT_EQ(handle->close_proc ? failed_open_holds(handle) : "", "");
         }
-        EXPECT_EQ(streams, held) << "of what the image has";
+        EXPECT_EQ(streams, held) << "the open streams are not those of the image";
     }
 
     // Asks for a scanline, and checks what comes. One that goes well allocates nothing.
@@ -430,17 +433,17 @@ class FaultTest : public ModuleTest {
         const bool refused = write && row != next;
         EXPECT_EQ(vyn__err, code);
         EXPECT_TRUE(sure || !state->seekable || seeks.calls - sought >= streams)
-            << "not all sought";
+            << "a stream made no seek";
         if (code == 0) {
             EXPECT_EQ(seen, std::vector<int>{});
-            EXPECT_TRUE(result == 1 && !lost && !refused) << "no such row is there";
+            EXPECT_TRUE(result == 1 && !lost && !refused) << "this call must not give 0";
             EXPECT_EQ(allocations, allocated);
             astray = astray && (write || row >= next);
         } else {
             EXPECT_EQ(code, refused ? -2 : write ? -20 : -18);
             EXPECT_EQ(seen.empty() ? 0 : seen.back(), refused ? 53 : write ? 57 : 55);
-            EXPECT_TRUE(refused || fired() || !scenario.damage.empty()) << "for no reason";
-            EXPECT_TRUE(state->row == next || !(write || lost)) << "a row is counted";
+            EXPECT_TRUE(refused || fired() || !scenario.damage.empty()) << "no call had failed";
+            EXPECT_TRUE(state->row == next || !(write || lost)) << "the failed row was counted";
             // After a seek that failed no row is given before the files are found again.
             astray = astray || (!refused && point.call != &seeks);
             lost = point.call == &seeks && point.onwards;
@@ -499,7 +502,8 @@ class FaultTest : public ModuleTest {
         SCOPED_TRACE(std::string(scenario.what) + way.what);
         inject({});
         for (Call *kind : CALLS) {
-            // Of damaged files nothing is certain but that some failures make no difference.
+            // How often a call is tried: alone and with all later ones; but in a scenario with
+            // damaged files only alone, and only where its failure must not change the messages.
             const long certain = scenario.damage.empty() ? 2 : kind->told ? 0 : 1;
             for (long i = 0; i < certain * calls_of(*kind); ++i) {
                 points.push_back({kind, i / certain + 1, i % certain != 0});
@@ -523,10 +527,10 @@ class FaultTest : public ModuleTest {
     std::vector<int> seen;    // messages of the last call
     std::string asked = "0";  // scanline
     int32_t result = 0;       // of the open
-    int left = 0;             // in errno, by the last call
-    bool astray = false;      // a scanline has failed
-    bool lost = false;        // so has a seek, and all seeks do
-    FILE *const real = stdin; // it is replaced while an image is read from it
+    int left = 0;             // what the last call left in errno
+    bool astray = false;      // after a row that failed: what the next rows hold is not known
+    bool lost = false;        // a seek has failed, and all later seeks fail too
+    FILE *const real = stdin; // the program's own; a scenario may replace stdin
     CloseProc closer = nullptr;
     Files written; // what a scenario's files hold
 };
@@ -547,6 +551,6 @@ TEST_F(FaultTest, AnyCallMayFail)
             injected += inject_all();
         }
     }
-    EXPECT_GT(injected, 0);
+    EXPECT_GT(injected, 0) << "VORLA_FAULT names none of the failures";
     printf("%ld failures injected\n", injected);
 }

@@ -37,9 +37,10 @@ Files fields(const Files &even, const Files &odd)
             {"depth/a.e", even[2].second}, {"depth/a.o", odd[2].second}};
 }
 
-const Files PAIR = set(COLOUR, MATTE), DEEP = set(COLOUR, {}, DEPTH);
+const Files MATTED = set(COLOUR, MATTE), DEEP = set(COLOUR, {}, DEPTH);
 
-// `name` lies in "r/".
+// `name` lies in "r/". In `what`, low and high mean fewer and more rows, wide means more columns,
+// and short means that the file ends within its header.
 struct Case {
     const char *what;
     Files files = {};
@@ -70,7 +71,7 @@ const Case CASES[] = {
     {.what = "odd higher", .files = fields(set(COLOUR), set(colour(2, 3))), .told = {259, 60}},
     {.what = "other bits", .files = fields(set(COLOUR), set(MATTE)), .told = {259, 60}},
     {.what = "odd missing", .files = fields(set(COLOUR), set({})), .told = {52}},
-    {.what = "other mattes", .files = fields(PAIR, set(COLOUR, COLOUR)), .told = {259, 25}},
+    {.what = "other mattes", .files = fields(MATTED, set(COLOUR, COLOUR)), .told = {259, 25}},
     {.what = "other depths", .files = fields(DEEP, set(COLOUR, {}, FLOATS)), .told = {259, 25}},
     {.what = "low depths", .files = fields(set(colour(2, 3), {}, DEPTH), DEEP), .told = {257}},
 };
@@ -91,8 +92,9 @@ class ExhaustTest : public ModuleTest {
         }
     }
 
-    // The image "a", whose main file is `main`, is what the first bytes of that say. If all rows
-    // from the top are good, they read the same in the other direction.
+    // Checks that the probe and the open of image "a" agree with the first 12 bytes of its main
+    // file `main`. Then reads the top six rows; when all are good, reads them again from the bottom
+    // up, and they must be the same.
     void check(const char *main)
     {
         ++tried;
@@ -128,7 +130,7 @@ class ExhaustTest : public ModuleTest {
 
 } // namespace
 
-TEST_F(ExhaustTest, HeadersFitTogetherOrSayWhy)
+TEST_F(ExhaustTest, HeadersThatDisagreeGiveTheirMessages)
 {
     for (const Case &c : CASES) {
         SCOPED_TRACE(c.what);
@@ -153,8 +155,9 @@ TEST_F(ExhaustTest, EveryPrefixAndEveryByteGiveAnErrorOrAnImage)
                 make(name, Bytes(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(length)));
                 check(files[0].first);
             }
-            const int file = open(path(name).c_str(), O_WRONLY); // of no file: -1, for no byte
-            for (size_t i = 0; i < bytes.size() * 257; ++i) {    // the last value is the file's own
+            // -1 for an entry without bytes; then the loop has no turn.
+            const int file = open(path(name).c_str(), O_WRONLY);
+            for (size_t i = 0; i < bytes.size() * 257; ++i) { // the last value is the file's own
                 const size_t at = i / 257;
                 const auto byte = i % 257 == 256 ? bytes[at] : static_cast<uint8_t>(i % 257);
                 SCOPED_TRACE(name + (" byte " + std::to_string(at)) + ": " + std::to_string(byte));

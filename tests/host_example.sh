@@ -11,12 +11,12 @@ colour='\0\002\0\002\0\0\0\001\0\030\002\001\002\003\001\005\006\007'
     printf "$colour" >"$directory/r/cut.pix"
     printf '\0\0\335\117\0\002\0\002\0\0\0\001\0\0\0\002\0\0\0\003\0\0\0\004' >"$directory/depth/whole.pix"
 }
-expected='2 x 2 pixels
+echo '2 x 2 pixels
 red   6.00
 green 5.00
 blue  4.00
-depth 2.50'
-[ "$("$1" "$2" "$directory/r/whole.pix")" = "$expected" ]
+depth 2.50' >"$directory/expected"
+"$1" "$2" "$directory/r/whole.pix" | diff "$directory/expected" -
 for name in cut none; do
     ! "$1" "$2" "$directory/r/$name.pix" 2>"$directory/errors" || exit 1
     cat "$directory/errors"

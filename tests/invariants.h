@@ -35,7 +35,8 @@ inline std::vector<int32_t> samples(const PixState &state, void *const *rows)
     return all;
 }
 
-// Takes sentences, each behind whether it holds.
+// Takes conditions, each with a sentence about it. Returns "not true: " and the first sentence
+// whose condition is false, or "" when all are true.
 inline std::string first_untrue(std::initializer_list<std::pair<bool, const char *>> claims)
 {
     for (const auto &[holds, sentence] : claims) {
@@ -54,7 +55,7 @@ inline bool are_colours(const ImageHandle *handle)
            std::equal(handle->white_point, handle->white_point + 3, CLR_def_white_point());
 }
 
-// An open image agrees with itself: "", or what is wrong right after the open that returned 1.
+// Returns what is wrong with an image right after an open that returned 1, or "".
 inline std::string image_disagrees(const ImageHandle *handle)
 {
     const PixState &state = *handle->priv->state;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-TEST(Names, OfFieldsAreToldFromTheImagesName)
+TEST(Names, FieldNamesAreMadeFromTheNameOfTheImage)
 {
     struct Case {
         const char *name, *base, *suffix; // the fields are the base, the suffix and "e" or "o"
@@ -30,9 +30,9 @@ TEST(Names, OfFieldsAreToldFromTheImagesName)
     }
 }
 
-TEST(Names, OfCompanionsLieBesideTheImagesDirectory)
+TEST(Names, CompanionsLieBesideTheDirectoryOfTheImage)
 {
-    // Directories of an image and, in the same places, those in which its companions' lie.
+    // For each directory of an image in `paths`, `parents` has the place of "mask/" and "depth/".
     const std::string paths[] = {"", "renders/", "/", "/a/", "a/b/", "/jobs/a/b/", "a//"};
     const std::string parents[] = {"../", "", "/", "/", "a/", "/jobs/a/", "a/"};
     for (size_t i = 0; i < std::size(paths); ++i) {

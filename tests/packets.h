@@ -1,6 +1,7 @@
-// Holds the codec, in both its ways, against loops over packets and pixels. The codec reads heap
-// blocks of just their size, so AddressSanitizer sees what it reads behind them. What it writes
-// behind shows in every build: guard bytes stand there.
+// Compares the codec, with and without byte shuffles, with plain loops over packets and pixels. The
+// codec reads from heap blocks without spare bytes, so that AddressSanitizer finds a read beyond
+// their end. Guard bytes behind the blocks for its output find a write beyond the end, in every
+// build.
 #pragma once
 
 #include "format/packets.h"
@@ -60,7 +61,8 @@ inline Coded code_literally(const CodedRow &row, bool stored)
     return coded;
 }
 
-// Cuts a block to the bytes that are used, when its guard is untouched.
+// Cuts a block to the bytes that are used. A block whose guard was overwritten keeps its full size,
+// so that a comparison fails.
 inline void trim(Bytes *block, size_t used)
 {
     const bool intact = std::count(block->end() - GUARD, block->end(), UNTOUCHED) == GUARD;
@@ -91,6 +93,8 @@ inline Coded code(const CodedRow &row, bool stored, bool shuffle)
         buffers.push_back(plane.data());
     }
     pixels = {buffers.data(), row.channels, stored ? coded.done : 0, 0};
+    // While pixels are left, pix_encode may stop only when less than PIX_ENCODE_ROOM is free.
+    // Otherwise the loop ends, and the empty result below differs from that of the plain loops.
     for (size_t size = row.room; pixels.done < pixels.width && row.room - size < PIX_ENCODE_ROOM;) {
         Bytes block(row.room + GUARD, UNTOUCHED);
         size = pix_encode(&pixels, block.data(), row.room, shuffle);

@@ -4,7 +4,7 @@
 using ProbeTest = ModuleTest;
 
 // Sizes and bits of every value are tried in ExhaustTest.
-TEST_F(ProbeTest, TwelveBytesAndInDoubtTheNameTellAPixFile)
+TEST_F(ProbeTest, TheFirstTwelveBytesDecideAndTheNameWhereTheyAreUnclear)
 {
     struct Case {
         std::string bytes;

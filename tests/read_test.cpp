@@ -11,10 +11,11 @@ namespace fs = std::filesystem;
 
 using ReadTest = ModuleTest;
 
-// The standard formats are gone through for one whose name begins with the host's format, then for
-// one of the module's, then for any: with so many looks at an entry or at the end, which is the
-// 17th.
-TEST_F(ReadTest, TheFormatIsTheFirstOfItsSize)
+// The module looks through the standard formats three times for one of the image's size: among the
+// names that begin with the host's format, among those that begin with "vorla", and among all. It
+// takes the first that it finds. `looks` counts the calls of FMT_info: 17 for each full pass, which
+// are 16 formats and the end.
+TEST_F(ReadTest, TheFirstStandardFormatOfTheSizeGivesLabelAndAspect)
 {
     struct Case {
         const char *host;
@@ -26,6 +27,7 @@ TEST_F(ReadTest, TheFormatIsTheFirstOfItsSize)
         {.host = "Vorla", .width = 720, .height = 486, .label = "NTSC 525-line video", .looks = 35},
         {.host = "NTSC DV", .width = 720, .height = 480, .label = "NTSC DV video", .looks = 2},
         {.host = "NTSC", .width = 720, .height = 576, .label = "PAL 625-line video", .looks = 37},
+        {.host = "Vorla", .width = 3, .height = 5}, // no standard format: the aspect is 3 / 5
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.label);
@@ -34,17 +36,16 @@ TEST_F(ReadTest, TheFormatIsTheFirstOfItsSize)
         ImageHandle *handle = reader("a");
         handle->format_name = c.host;
         open_image(handle);
-        const float shape = static_cast<float>(c.width) / static_cast<float>(c.height);
         EXPECT_STREQ(handle->info->format_label, c.label);
-        EXPECT_EQ(handle->info->aspect, c.looks < 3 * 17L ? 4.0F / 3 : shape);
+        EXPECT_EQ(handle->info->aspect, c.width == 3 ? 3.0F / 5 : 4.0F / 3);
         EXPECT_EQ(standin_calls(STANDIN_FMT_INFO), c.looks);
         close_image(handle);
     }
 }
 
-// Of the bits of a float only those of 1e8 are nothing; what lies beside them, no number, zero and
-// -1 are something. Packets may be empty.
-TEST_F(ReadTest, RowsAreWhatTheBytesSay)
+// A float sample with exactly the bits of 1e8 becomes 0. Its two neighbours, NaN, 0 and -1 become
+// 100000000. A packet may have the count 0.
+TEST_F(ReadTest, RowsHaveTheSamplesOfTheFiles)
 {
     make("r/a", colour_header(6, 1) + hex("00FFFFFF 02010203 00000000 01040506 03070809"));
     make("mask/a", colour_header(6, 1, 8) + hex("05AA 0000 01AB"));
@@ -59,7 +60,8 @@ TEST_F(ReadTest, RowsAreWhatTheBytesSay)
     close_image(handle);
 }
 
-// A row is longer than the buffers of its stream, and all its floats are something.
+// A row is longer than the buffer of its stream. None of its floats is 1e8, so that all become
+// 100000000.
 TEST_F(ReadTest, FloatsAreConvertedAcrossTheEdgesOfBuffers)
 {
     write_image(writer("a", 16383, 2, 3, 0, 1));
@@ -95,7 +97,8 @@ TEST_F(ReadTest, AnyOrderOfRequestsGivesTheSameRows)
     }
 }
 
-// A row that cannot be decoded is read on from where that showed, and comes back as it was.
+// Asking again for a row that cannot be decoded reads on behind the packet that was too long. After
+// going back to the first row, the damaged row fails as it did the first time.
 TEST_F(ReadTest, ReadingGoesOnBehindADamagedRow)
 {
     make("r/a", colour_header(3, 4) + hex("03010203 09040506 010A0B0C 020D0E0F 00010203"));
@@ -126,7 +129,9 @@ TEST_F(ReadTest, RowsAcrossTheEdgesOfBuffersComeBackInAnyOrder)
     close_image(handle);
 }
 
-// What others do with standard input between two rows is undone by going back.
+// Other code may move standard input between two rows. Going back to an earlier row seeks to the
+// first row again, and so the rows from there on are right. The last sample of the last row, which
+// the test compares with what was written, is number 8 for blue and number 11 for the matte.
 TEST_F(ReadTest, StandardInputMayBeMovedByOthers)
 {
     const std::vector<Samples> written = write_image(writer("a.pix", 3, 5, 3, 1));
@@ -151,9 +156,10 @@ TEST_F(ReadTest, StandardInputMayBeMovedByOthers)
     stdin = kept;
 }
 
-// Images of 1 by 1 pixel, the directory "r" as the current one, and a list of "r/none", "r/one" and
-// "r/two". An attempt asks vyn__build_handle for its own name, and, when that is there, for the two
-// others of the single file and of the fields. No directory holds the base name b.pix itself.
+// Images of 1 by 1 pixel. The current directory is "r", and the search list has "r/none", "r/one"
+// and "r/two". Each attempt asks vyn__build_handle for the path of one file, the single or the even
+// one; when that file is there, also for the two other paths. A pair is found by its even file; its
+// base name is in no directory of the list, so that it gets the path in the first one, "none/a".
 TEST_F(ReadTest, TheSearchTriesOnePlaceAfterTheOther)
 {
     struct Case {

@@ -211,6 +211,8 @@ void **ModuleTest::noise(const PixState &state, int32_t row)
         for (int32_t at = 0; at < 4 * state.width; ++at) {
             bytes[at] = at > 0 && random() % 2 ? bytes[at - 1] : static_cast<uint8_t>(random());
         }
+        // Cells 0 to 2 are colour, 3 is matte and 4 is depth. All are filled, so that a row has
+        // the same noise in every set; the next buffer takes the place of an absent plane's.
         *next = bytes;
         next += state.plane[std::max(0, i - 2)].present;
     }

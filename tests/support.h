@@ -45,8 +45,8 @@ class ModuleTest : public testing::Test {
     void clear() const;                         // removes all images
     std::map<std::string, Bytes> files() const; // all regular files
 
-    // Handles for r/`name`, or for the path that it is. Both opens take them, and close_image and
-    // vyn__free_obj destroy them.
+    // Handles for the file `name` in "r/", or for `name` itself when it is an absolute path. They
+    // are for the module's opens. close_image and vyn__free_obj destroy them.
     ImageHandle *reader(const std::string &name) const;
     ImageHandle *writer(const std::string &name, int32_t width, int32_t height, int32_t channels,
                         int32_t mattes = 0, int32_t depths = 0) const;
@@ -57,8 +57,8 @@ class ModuleTest : public testing::Test {
     // Whether an open may end so: by its last message (0: none), its result and its code.
     static bool is_ending(int last, int32_t result, int code);
 
-    // Opens an image for reading, and checks that the result, the code, the messages and what is
-    // open belong together. They are in `result` and `told` then.
+    // Opens an image for reading, and checks that the result, the code, the messages and the open
+    // files belong together. Leaves the result in `result` and the messages in `told`.
     ImageHandle *open_image(ImageHandle *handle);
 
     // Reads a scanline, and checks that its code and messages belong together.
@@ -75,11 +75,12 @@ class ModuleTest : public testing::Test {
 
     void close_image(ImageHandle *handle, int32_t code = 0);
 
-    // Makes the labels of the module those of a catalogue: 343 (depth) and 344 (matte) as given,
-    // the others their numbers.
+    // Makes a catalogue and lets the module take its labels from there. Label 343 is `depth` and
+    // label 344 is `matte`; every other label has its own number as its text.
     void translate(const std::string &depth, const std::string &matte);
 
-    // The numbers of the messages since the last call, in order, whose texts are in `texts` then.
+    // Returns the numbers of the messages since the last call, in order; a system error is its
+    // errno value with a minus sign. Leaves the texts of these messages in `texts`.
     std::vector<int> messages();
 
     StandinModule module = {};

@@ -24,12 +24,15 @@ interrupt() {
     { wait $!; } 2>&-
 }
 
-# limited N ARGUMENTS: lets no file grow beyond N blocks of 512 bytes, nor spoil those of a coverage build.
+# limited N ARGUMENTS: runs vorla, which can make no file longer than N blocks of 512 bytes. The
+# files of counts of a coverage build would be cut too. So they are sent to /sys, where no file can
+# be made, and the complaint about that is filtered out.
 limited() {
     (ulimit -f $1; shift; GCOV_PREFIX=/sys vorla "$@" 2>&1; echo exit $?) | grep -v ^prof
 }
 
-# refused ARGUMENTS...: prints the command lines that are no wrong usage.
+# refused ARGUMENTS...: runs vorla with each of them. Prints those after which the exit status is
+# not 2, which is that of wrong usage.
 refused() {
     for arguments; do
         vorla $arguments >../tmp/o 2>&1
@@ -38,7 +41,7 @@ refused() {
     rm ../tmp/o
 }
 
-# closed ARGUMENTS: runs vorla while ../b may not be read, by root neither.
+# closed ARGUMENTS: runs vorla while nobody may read ../b, not even root.
 closed() {
     chmod 0 ../b
     [ $(id -u) = 0 ] && bound='setpriv --bounding-set=-all'
@@ -48,7 +51,8 @@ closed() {
     return $code
 }
 
-# spoil FILE: copies a file to ../s, cut, and with a byte changed.
+# spoil FILE: fills ../s with damaged copies of a file. For every ninth byte there is a copy that
+# ends before this byte, and a copy in which this byte is 0xFF.
 spoil() {
     mkdir ../s
     for at in $(seq 0 9 $(($(stat -c %s $1) - 1))); do

@@ -194,7 +194,7 @@ TEST_F(VorlaTest, ImportMakesWholeSetsOrNothing)
     check(IMPORTS);
 }
 
-// The tall pictures take long.
+// It takes long to export and import the tall pictures: long enough to interrupt a command.
 static const Row BROKEN_OFF[] = {
     {.run = "interrupt INT 1 export tall tall.png", .exit = 130},
     {.run = "interrupt TERM 1 import tall.exr b", .exit = 143},
@@ -208,7 +208,7 @@ static const Row BROKEN_OFF[] = {
     {.run = "limited 0 import ../x/a.exr b", .says = "File too large\nexit 3\n$"},
 };
 
-TEST_F(VorlaTest, WhatIsBrokenOffLeavesNothing)
+TEST_F(VorlaTest, AnInterruptedCommandLeavesNoFiles)
 {
     make_exr("tall.exr", {{0, 0}, {16319, 2999}}, {{"R", std::vector<float>(16320)}});
     make("r/tall", colour_header(16320, 5000) + Bytes(1280000, 255)); // is white
@@ -218,7 +218,7 @@ TEST_F(VorlaTest, WhatIsBrokenOffLeavesNothing)
 // --- Single cases ----------------------------------------------------------------------------
 
 // The lines are run as file managers and shells would run them.
-TEST_F(VorlaTest, FileManagersAndShellsGetWhatTheyLookFor)
+TEST_F(VorlaTest, TheMimeTypeTheThumbnailerAndTheCompletionWork)
 {
     EXPECT_EQ(run(R"(mkdir -p ../s/packages; cp $DESKTOP/vorla.xml ../s/packages
 update-mime-database ../s 2>&-; grep image/x-vorla-pix: ../s/globs2

@@ -117,7 +117,7 @@ TEST_F(WriteTest, ALinkIsNotRemoved)
     ImageHandle *handle = writer("a", 4, 2, 3);
     handle->name_is_exact = 0;
     EXPECT_EQ(module.write_open(handle), 0);
-    EXPECT_TRUE(fs::is_symlink(path("r/a")));
+    EXPECT_TRUE(fs::is_symlink(path("r/a"))) << "the failed open has removed the link";
     EXPECT_EQ(messages(), (std::vector<int>{94, 52}));
     close_image(handle);
 }
