@@ -15,7 +15,7 @@ class PlacesTest : public ModuleTest {
     std::string long_path(size_t length) const
     {
         std::string name = path("r");
-        while (name.size() + 202 < length) {
+        while (name.size() + 102 < length) {
             name += "/" + std::string(99, 'd');
         }
         if (length < PATH_MAX) {
@@ -66,7 +66,7 @@ TEST_F(PlacesTest, PathsOfEveryLengthAreUsedWholeOrRefused)
                 fs::copy(whole, whole + ".o");
                 fs::rename(whole, whole + ".");
                 close_image(opened(name));
-                EXPECT_EQ(result, length < 1022);
+                EXPECT_EQ(texts, length < 1022 ? Texts() : refusal);
                 for (const char *end : {".", ".e", ".o"}) {
                     fs::remove(whole + end);
                 }

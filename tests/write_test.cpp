@@ -79,7 +79,7 @@ TEST_F(WriteTest, WhatIsWrittenFollowsDescriptionAndChoice)
 
 TEST_F(WriteTest, WhatCannotBeStoredIsRefusedWithoutAFile)
 {
-    ImageHandle *handle = writer("a", 4, 2, 3, 1, 1);
+    ImageHandle *handle = writer("a", 4, 2, 3, 1);
     ImageInfo *info = handle->info;
     info->channel_format[0] = '?';
     struct Case {
@@ -91,6 +91,7 @@ TEST_F(WriteTest, WhatCannotBeStoredIsRefusedWithoutAFile)
         {.word = &info->matte_width, .value = 16, .messages = {75, 80}},
         {.word = &info->matte_type, .value = 0, .messages = {75, 79}},
         {.word = &info->matte_count, .value = 2, .messages = {75, 78}},
+        {.word = &info->aux_count, .value = 1, .messages = {75, 78}},
         {.word = &info->aux_width, .value = 32, .messages = {75, 78, 71}},
         {.word = &info->aux_count, .value = 2, .messages = {75, 78, 69}},
         {.word = &info->channel_width, .value = 16, .messages = {75, 73, 78, 69}},
@@ -107,6 +108,15 @@ TEST_F(WriteTest, WhatCannotBeStoredIsRefusedWithoutAFile)
     }
     vyn__free_obj(handle);
     EXPECT_TRUE(files().empty()) << files().begin()->first;
+}
+
+TEST_F(WriteTest, StandardOutputGetsTheMainFile)
+{
+    FILE *const kept = std::exchange(stdout, fopen(path("out").c_str(), "w"));
+    write_image(writer("/dev/stdout", 3, 2, 3));
+    (void)fclose(std::exchange(stdout, kept));
+    write_image(writer("a", 3, 2, 3));
+    EXPECT_EQ(contents("out"), contents("r/a"));
 }
 
 TEST_F(WriteTest, ALinkIsNotRemoved)
