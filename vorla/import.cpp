@@ -80,7 +80,7 @@ std::string add_set(Outputs *outputs, const Names &set, const PictureShape &shap
 {
     std::string main = outputs->add(set[KIND_MAIN]).temporary;
     const bool is_part[] = {true, shape.matte, shape.depth};
-    for (size_t kind = KIND_MATTE; kind < set.size(); ++kind) {
+    for (size_t kind = KIND_MATTE; kind < set.size() && kind < std::size(is_part); ++kind) {
         if (is_part[kind]) {
             outputs->add_companion(set[kind], file_part(main));
         } else {
