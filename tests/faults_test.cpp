@@ -244,6 +244,7 @@ struct Scenario {
 const std::vector<std::string> PAIR = {"x.pix.e", "x.pix.o"};
 const Bytes OTHER = colour_header(2, 1, 8);
 const Files LONG = {{"r/x.pix", colour_header(WIDTH, HEIGHT) + hex("04010203")}};
+const Files UNLIKE = {{"mask/x.pix.e", OTHER}, {"mask/x.pix.o", colour_header(1, 1, 8)}};
 const Files MISFIT = {{"mask/x.pix", OTHER}, {"depth/x.pix", hex("0000DD4F")}};
 
 const Scenario SCENARIOS[] = {
@@ -255,6 +256,7 @@ const Scenario SCENARIOS[] = {
     {.what = "read colour from input", .name = "/dev/stdin"},
     {.what = "read a row that is too long", .damage = LONG},
     {.what = "read companions of other sizes", .damage = MISFIT, .told = {43, 25}},
+    {.what = "read unlike fields", .files = PAIR, .damage = UNLIKE, .told = {259, 25}},
 };
 
 const Way WAYS[] = {
